@@ -1,0 +1,64 @@
+#include "platform/coreimage/engine/color_conversion.h"
+
+#include <cmath>
+#include <vector>
+
+namespace brenvia::ci {
+
+ColorConversion::ColorConversion(const CGColorSpace* from, const CGColorSpace* to) {
+  if (!from || !to || from->isEquivalent(*to)) return;
+  identity_ = false;
+  decode_ = from->transfer() == CGColorSpace::Transfer::SRGB;
+  encode_ = to->transfer() == CGColorSpace::Transfer::SRGB;
+  // Grey spaces share the sRGB primaries: only the curve differs.
+  if (from->toXYZ() != to->toXYZ()) {
+    color::Mat3 m = color::multiply(color::invert(to->toXYZ()), from->toXYZ());
+    std::array<float, 9> f;
+    for (int i = 0; i < 9; ++i) f[size_t(i)] = float(m[size_t(i)]);
+    matrix_ = f;
+  }
+}
+
+std::array<float, 3> ColorConversion::applyAfterDecode(std::array<float, 3> c) const {
+  if (matrix_) {
+    const auto& m = *matrix_;
+    c = {m[0] * c[0] + m[1] * c[1] + m[2] * c[2], m[3] * c[0] + m[4] * c[1] + m[5] * c[2],
+         m[6] * c[0] + m[7] * c[1] + m[8] * c[2]};
+  }
+  if (encode_) {
+    for (float& v : c) v = srgbEncodeFast(v);
+  }
+  return c;
+}
+
+std::array<float, 3> ColorConversion::apply(std::array<float, 3> c) const {
+  if (identity_) return c;
+  if (decode_) {
+    for (float& v : c) v = float(color::srgbDecode(v));
+  }
+  return applyAfterDecode(c);
+}
+
+namespace {
+
+struct EncodeTable {
+  static constexpr int kSize = 4096;
+  std::vector<float> v;
+  EncodeTable() : v(kSize + 2) {
+    for (int i = 0; i <= kSize; ++i) v[size_t(i)] = float(color::srgbEncode(double(i) / kSize));
+    v[kSize + 1] = v[kSize];
+  }
+};
+
+}  // namespace
+
+float srgbEncodeFast(float x) {
+  static const EncodeTable table;
+  if (!(x >= 0.0f && x <= 1.0f)) return float(color::srgbEncode(x));
+  float t = x * EncodeTable::kSize;
+  int i = int(t);
+  float f = t - float(i);
+  return table.v[size_t(i)] + (table.v[size_t(i) + 1] - table.v[size_t(i)]) * f;
+}
+
+}  // namespace brenvia::ci

@@ -1,0 +1,173 @@
+#include "platform/coreimage/engine/renderer.h"
+
+#include "platform/coreimage/engine/output_writer.h"
+#include "platform/coreimage/engine/stage.h"
+
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <unordered_map>
+
+namespace brenvia::ci {
+namespace {
+
+using Matrix = std::array<float, 12>;
+
+// Several affine colour maps folded into one: rows r, g, b over columns r, g, b, a.
+class FoldedMatrixKernel final : public PointKernel {
+ public:
+  explicit FoldedMatrixKernel(const Matrix& m) : m_(m) {}
+  std::string_view name() const override { return "folded matrix"; }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
+    const Matrix& m = m_;
+    for (int i = 0; i < s.n; ++i) {
+      float r = s.r[i], g = s.g[i], b = s.b[i], a = s.a[i];
+      s.r[i] = m[0] * r + m[1] * g + m[2] * b + m[3] * a;
+      s.g[i] = m[4] * r + m[5] * g + m[6] * b + m[7] * a;
+      s.b[i] = m[8] * r + m[9] * g + m[10] * b + m[11] * a;
+    }
+  }
+  std::optional<Matrix> premultipliedMatrix() const override { return m_; }
+
+ private:
+  Matrix m_;
+};
+
+// outer after inner.
+Matrix compose(const Matrix& outer, const Matrix& inner) {
+  Matrix r{};
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 4; ++j) {
+      float v = j == 3 ? outer[size_t(i * 4 + 3)] : 0.0f;
+      for (int k = 0; k < 3; ++k) v += outer[size_t(i * 4 + k)] * inner[size_t(k * 4 + j)];
+      r[size_t(i * 4 + j)] = v;
+    }
+  }
+  return r;
+}
+
+std::optional<Matrix> matrixOf(const CIImage& image) {
+  if (image.kind() != CIImage::Kind::Point || image.inputs().size() != 1) return std::nullopt;
+  return std::static_pointer_cast<const PointKernel>(image.kernel())->premultipliedMatrix();
+}
+
+// The render plan: the image graph turned into stages, inputs first.
+class Plan {
+ public:
+  Plan(const CIImageRef& image, const RenderEnv& env) : env_(env) { root = build(*image); }
+
+  std::vector<std::unique_ptr<Stage>> stages;
+  Stage* root = nullptr;
+
+  TileState newTileState() const {
+    TileState ts;
+    ts.env = &env_;
+    ts.slots.resize(stages.size());
+    return ts;
+  }
+
+ private:
+  Stage* build(const CIImage& image) {
+    if (auto it = memo_.find(&image); it != memo_.end()) return it->second;
+    std::unique_ptr<Stage> stage;
+    std::vector<const CIImage*> inputs;
+    for (const auto& input : image.inputs()) inputs.push_back(input.get());
+    switch (image.kind()) {
+      case CIImage::Kind::Empty: stage = makeEmptyStage(); break;
+      case CIImage::Kind::Color: stage = makeColorStage(env_.pixel(image.color())); break;
+      case CIImage::Kind::Bitmap: stage = makeSourceStage(image.bitmap(), env_); break;
+      case CIImage::Kind::Point: stage = pointStage(image, inputs); break;
+      case CIImage::Kind::Warp:
+        stage = makeWarpStage(std::static_pointer_cast<const WarpKernel>(image.kernel()));
+        break;
+      case CIImage::Kind::Region:
+        stage = makeRegionStage(std::static_pointer_cast<const RegionKernel>(image.kernel()), env_);
+        break;
+      case CIImage::Kind::WholeImage:
+        stage = makeWholeImageStage(std::static_pointer_cast<const WholeImageKernel>(image.kernel()));
+        break;
+      case CIImage::Kind::Transform: stage = makeTransformStage(image.transform()); break;
+      case CIImage::Kind::Crop: stage = makeCropStage(image.rect()); break;
+      case CIImage::Kind::Clamp: stage = makeClampStage(image.rect()); break;
+    }
+    for (const CIImage* input : inputs) stage->inputs.push_back(build(*input));
+    stage->extent = PixelRect::covering(image.extent());
+    stage->id = int(stages.size());
+    stages.push_back(std::move(stage));
+    memo_[&image] = stages.back().get();
+    return stages.back().get();
+  }
+
+  // Runs of affine colour maps fold into one matrix stage.
+  std::unique_ptr<Stage> pointStage(const CIImage& image, std::vector<const CIImage*>& inputs) {
+    auto kernel = std::static_pointer_cast<const PointKernel>(image.kernel());
+    std::optional<Matrix> m = matrixOf(image);
+    if (!m || !matrixOf(*inputs[0])) return makePointStage(kernel, env_);
+    const CIImage* source = inputs[0];
+    while (auto inner = matrixOf(*source)) {
+      *m = compose(*m, *inner);
+      source = source->inputs()[0].get();
+    }
+    inputs = {source};
+    return makePointStage(std::make_shared<FoldedMatrixKernel>(*m), env_);
+  }
+
+  RenderEnv env_;
+  std::unordered_map<const CIImage*, Stage*> memo_;
+};
+
+// Computes the whole-image stages the render reads, inputs first, each over all it is asked for.
+void computeWholeImageStages(Plan& plan, const PixelRect& rect, const RenderEnv& env) {
+  TileState rois = plan.newTileState();
+  computeRois(plan.stages, *plan.root, rect, rois, true);
+  for (auto& stage : plan.stages) {
+    const PixelRect roi = rois.slots[size_t(stage->id)].roi;
+    if (!stage->isWholeImage() || roi.empty()) continue;
+    BandRenderer band = [&plan, &stage](int input, const PixelRect& r, const PlanarView& into) {
+      TileState ts = plan.newTileState();
+      renderStage(plan.stages, *stage->inputs[size_t(input)], r, into, ts);
+    };
+    setWholeImageResult(*stage, wholeImageKernel(*stage).compute(band, roi, env));
+  }
+}
+
+}  // namespace
+
+bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& target, const RenderEnv& env,
+            const RenderSchedule& schedule) {
+  if (!image || !target.data) return false;
+  if (rect.empty()) return true;
+  Plan plan(image, env);
+  const int tile = std::max(16, schedule.tileSize);
+  const int64_t tilesX = (rect.w + tile - 1) / tile, tilesY = (rect.h + tile - 1) / tile;
+  const OutputWriter writer(target, env);
+  const size_t pixelBytes = bytesPerPixel(target.format);
+
+  tbb::task_arena arena(schedule.threads > 0 ? schedule.threads : tbb::task_arena::automatic);
+  arena.execute([&] {
+    computeWholeImageStages(plan, rect, env);
+    tbb::enumerable_thread_specific<TileState> states([&] { return plan.newTileState(); });
+    tbb::parallel_for(int64_t(0), tilesX * tilesY, [&](int64_t index) {
+      TileState& ts = states.local();
+      int64_t tx = index % tilesX, ty = index / tilesX;
+      PixelRect t = PixelRect{rect.x + tx * tile, rect.y + ty * tile, tile, tile}.intersect(rect);
+      computeRois(plan.stages, *plan.root, t, ts, false);
+      prepareStages(plan.stages, *plan.root, ts);
+      Span& s = ts.span(plan.root->id, 0);
+      for (int64_t y = t.y; y < t.maxY(); ++y) {
+        uint8_t* line = target.data + size_t(rect.maxY() - 1 - y) * target.rowBytes;
+        for (int64_t x = t.x; x < t.maxX(); x += kSpan) {
+          s.x = x;
+          s.y = y;
+          s.n = int(std::min<int64_t>(kSpan, t.maxX() - x));
+          plan.root->row(s, ts);
+          writer.write(s, line + size_t(x - rect.x) * pixelBytes);
+        }
+      }
+    });
+  });
+  return true;
+}
+
+}  // namespace brenvia::ci

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "platform/coreimage/engine/planar_buffer.h"
+
+#include <cmath>
+
+namespace brenvia::ci {
+
+// Bilinear samples of `src` at the points (sx[i], sy[i]); pixels outside src.rect and NaN points
+// read as transparent. A point at a pixel centre returns that pixel exactly.
+inline void sampleBilinear(const PlanarView& src, const float* sx, const float* sy, Span& out) {
+  const PixelRect& r = src.rect;
+  for (int i = 0; i < out.n; ++i) {
+    float fx = sx[i] - 0.5f, fy = sy[i] - 0.5f;
+    if (!(std::isfinite(fx) && std::isfinite(fy)) || fx <= float(r.x - 1) || fy <= float(r.y - 1) ||
+        fx >= float(r.maxX()) || fy >= float(r.maxY())) {
+      out.r[i] = out.g[i] = out.b[i] = out.a[i] = 0;
+      continue;
+    }
+    float x0f = std::floor(fx), y0f = std::floor(fy);
+    float tx = fx - x0f, ty = fy - y0f;
+    int64_t x0 = int64_t(x0f), y0 = int64_t(y0f);
+    float w[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
+    int64_t xs[4] = {x0, x0 + 1, x0, x0 + 1}, ys[4] = {y0, y0, y0 + 1, y0 + 1};
+    float acc[4] = {0, 0, 0, 0};
+    for (int k = 0; k < 4; ++k) {
+      if (w[k] == 0 || xs[k] < r.x || xs[k] >= r.maxX() || ys[k] < r.y || ys[k] >= r.maxY()) continue;
+      size_t off = size_t(ys[k] - r.y) * src.stride + size_t(xs[k] - r.x);
+      for (int c = 0; c < 4; ++c) acc[c] += w[k] * src.plane[c][off];
+    }
+    out.r[i] = acc[0];
+    out.g[i] = acc[1];
+    out.b[i] = acc[2];
+    out.a[i] = acc[3];
+  }
+}
+
+}  // namespace brenvia::ci

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "platform/coreimage/engine/kernel.h"
+#include "platform/graphics/cg_image.h"
+
+#include <memory>
+#include <vector>
+
+namespace brenvia::ci {
+
+struct TileState;
+
+// One node of a render plan. Stages are stored in topological order (inputs first); the plan
+// asks each for rows of pixels, and stages that need a neighbourhood fill buffers first.
+class Stage {
+ public:
+  virtual ~Stage() = default;
+
+  int id = 0;
+  PixelRect extent;  // pixels outside read as transparent
+  std::vector<Stage*> inputs;
+
+  // The part of input i that output rectangle r reads.
+  virtual PixelRect inputRoi(int i, const PixelRect& r) const { return r; }
+  // Whole-image stages are computed before the tiles; their inputs take no part in tile passes.
+  virtual bool isWholeImage() const { return false; }
+  virtual bool needsPrepare() const { return false; }
+  // Fill this stage's buffers for its region of interest in ts.
+  virtual void prepare(TileState& ts) const {}
+  // Fill the span (x, y, n set by the caller).
+  virtual void row(Span& s, TileState& ts) const = 0;
+};
+
+// Scratch memory of one stage for the tile in progress.
+struct StageSlot {
+  PixelRect roi;
+  std::vector<PlanarBuffer> buffers;
+  std::vector<std::unique_ptr<Span>> spans;
+};
+
+// Everything one thread needs to render tiles of a plan; reused from tile to tile.
+struct TileState {
+  const RenderEnv* env = nullptr;
+  std::vector<StageSlot> slots;
+
+  Span& span(int stage, size_t k);
+  PlanarBuffer& buffer(int stage, size_t k);
+};
+
+// Fills `into` with rows of an already prepared stage. Uses the stage's span 0; a stage's own
+// temporaries use spans 1 and up.
+void fillFromStage(const Stage& stage, const PlanarView& into, TileState& ts);
+// Renders `rect` of `root` into `into` (which covers rect) using ts for scratch.
+void renderStage(const std::vector<std::unique_ptr<Stage>>& stages, const Stage& root, const PixelRect& rect,
+                 const PlanarView& into, TileState& ts);
+// Marks the region of interest of every stage that `root` over `rect` reads.
+void computeRois(const std::vector<std::unique_ptr<Stage>>& stages, const Stage& root, const PixelRect& rect,
+                 TileState& ts, bool throughWholeImage);
+// Prepares the stages up to root that have a region of interest.
+void prepareStages(const std::vector<std::unique_ptr<Stage>>& stages, const Stage& root, TileState& ts);
+
+// Stage factories (one file each).
+std::unique_ptr<Stage> makeSourceStage(const CGImageRef& bitmap, const RenderEnv& env);
+std::unique_ptr<Stage> makeColorStage(const std::array<float, 4>& pixel);
+std::unique_ptr<Stage> makeEmptyStage();
+std::unique_ptr<Stage> makePointStage(std::shared_ptr<const PointKernel> kernel, const RenderEnv& env);
+std::unique_ptr<Stage> makeWarpStage(std::shared_ptr<const WarpKernel> kernel);
+std::unique_ptr<Stage> makeTransformStage(const CGAffineTransform& t);
+std::unique_ptr<Stage> makeCropStage(const CGRect& rect);
+std::unique_ptr<Stage> makeClampStage(const CGRect& extent);
+std::unique_ptr<Stage> makeRegionStage(std::shared_ptr<const RegionKernel> kernel, const RenderEnv& env);
+std::unique_ptr<Stage> makeWholeImageStage(std::shared_ptr<const WholeImageKernel> kernel);
+// Gives the whole-image stage its computed rows.
+void setWholeImageResult(Stage& stage, std::shared_ptr<const RowSource> rows);
+const WholeImageKernel& wholeImageKernel(const Stage& stage);
+
+}  // namespace brenvia::ci

@@ -1,0 +1,259 @@
+#include "platform/coreimage/engine/sampling.h"
+#include "platform/coreimage/engine/stage.h"
+
+#include <cmath>
+
+namespace brenvia::ci {
+namespace {
+
+// Zeroes the pixels of the span outside `extent`.
+void clipToExtent(Span& s, const PixelRect& extent) {
+  if (s.y < extent.y || s.y >= extent.maxY()) {
+    s.clear();
+    return;
+  }
+  int from = int(std::clamp<int64_t>(extent.x - s.x, 0, s.n));
+  int to = int(std::clamp<int64_t>(extent.maxX() - s.x, from, s.n));
+  s.clear(0, from);
+  s.clear(to, s.n);
+}
+
+bool spanInside(const Span& s, const PixelRect& extent) {
+  return s.y >= extent.y && s.y < extent.maxY() && s.x >= extent.x && s.x + s.n <= extent.maxX();
+}
+
+class EmptyStage final : public Stage {
+ public:
+  void row(Span& s, TileState&) const override { s.clear(); }
+};
+
+class ColorStage final : public Stage {
+ public:
+  explicit ColorStage(const std::array<float, 4>& p) : p_(p) {}
+  void row(Span& s, TileState&) const override {
+    for (int i = 0; i < s.n; ++i) {
+      s.r[i] = p_[0];
+      s.g[i] = p_[1];
+      s.b[i] = p_[2];
+      s.a[i] = p_[3];
+    }
+  }
+
+ private:
+  std::array<float, 4> p_;
+};
+
+class PointStage final : public Stage {
+ public:
+  PointStage(std::shared_ptr<const PointKernel> kernel, const RenderEnv& env) : kernel_(std::move(kernel)), env_(env) {}
+
+  void row(Span& s, TileState& ts) const override {
+    if (!inputs.empty()) inputs[0]->row(s, ts);
+    const Span* others[4] = {};
+    size_t count = std::min<size_t>(inputs.size() > 0 ? inputs.size() - 1 : 0, 4);
+    for (size_t k = 0; k < count; ++k) {
+      Span& t = ts.span(id, k + 1);
+      t.x = s.x;
+      t.y = s.y;
+      t.n = s.n;
+      inputs[k + 1]->row(t, ts);
+      others[k] = &t;
+    }
+    kernel_->apply(s, std::span<const Span* const>(others, count), env_);
+    if (!spanInside(s, extent)) clipToExtent(s, extent);
+  }
+
+ private:
+  std::shared_ptr<const PointKernel> kernel_;
+  RenderEnv env_;
+};
+
+class CropStage final : public Stage {
+ public:
+  explicit CropStage(const CGRect& r) {
+    // Pixel-centre test on a half-open rectangle: pixel x is inside when x + 0.5 lies in [minX, maxX).
+    auto lo = [](double v) { return int64_t(std::ceil(std::clamp(v - 0.5, -1e15, 1e15))); };
+    x0_ = lo(CGRectGetMinX(r));
+    x1_ = lo(CGRectGetMaxX(r));
+    y0_ = lo(CGRectGetMinY(r));
+    y1_ = lo(CGRectGetMaxY(r));
+  }
+  void row(Span& s, TileState& ts) const override {
+    inputs[0]->row(s, ts);
+    clipToExtent(s, PixelRect{x0_, y0_, x1_ - x0_, y1_ - y0_});
+  }
+
+ private:
+  int64_t x0_, x1_, y0_, y1_;
+};
+
+// Extends the edge pixels of a finite image to infinity.
+class ClampStage final : public Stage {
+ public:
+  explicit ClampStage(const CGRect& e) : e_(PixelRect::covering(e)) {}
+
+  PixelRect inputRoi(int, const PixelRect& r) const override {
+    int64_t x0 = std::clamp(r.x, e_.x, e_.maxX() - 1), x1 = std::clamp(r.maxX() - 1, e_.x, e_.maxX() - 1);
+    int64_t y0 = std::clamp(r.y, e_.y, e_.maxY() - 1), y1 = std::clamp(r.maxY() - 1, e_.y, e_.maxY() - 1);
+    return {x0, y0, x1 - x0 + 1, y1 - y0 + 1};
+  }
+
+  void row(Span& s, TileState& ts) const override {
+    int64_t lo = e_.x, hi = e_.maxX() - 1;
+    Span& t = ts.span(id, 1);
+    t.y = std::clamp(s.y, e_.y, e_.maxY() - 1);
+    t.x = std::clamp(s.x, lo, hi);
+    t.n = int(std::clamp(s.x + s.n - 1, lo, hi) - t.x + 1);
+    inputs[0]->row(t, ts);
+    for (int i = 0; i < s.n; ++i) {
+      int k = int(std::clamp(s.x + i, lo, hi) - t.x);
+      s.r[i] = t.r[k];
+      s.g[i] = t.g[k];
+      s.b[i] = t.b[k];
+      s.a[i] = t.a[k];
+    }
+  }
+
+ private:
+  PixelRect e_;
+};
+
+// Samples its input through a warp; the input is rendered over the needed rectangle first.
+class WarpStage : public Stage {
+ public:
+  explicit WarpStage(std::shared_ptr<const WarpKernel> kernel) : kernel_(std::move(kernel)) {}
+
+  PixelRect inputRoi(int, const PixelRect& r) const override {
+    return PixelRect::covering(kernel_->roi(r.cgRect())).outset(1, 1);
+  }
+  bool needsPrepare() const override { return true; }
+  void prepare(TileState& ts) const override {
+    const Stage& input = *inputs[0];
+    PixelRect rect = ts.slots[size_t(input.id)].roi.intersect(inputRoi(0, ts.slots[size_t(id)].roi));
+    PlanarBuffer& buffer = ts.buffer(id, 0);
+    buffer.reset(rect);
+    fillFromStage(input, buffer.view(), ts);
+  }
+  void row(Span& s, TileState& ts) const override {
+    alignas(64) float sx[kSpan], sy[kSpan];
+    kernel_->map(s.x, s.y, s.n, sx, sy);
+    sampleBilinear(ts.buffer(id, 0).view(), sx, sy, s);
+    if (!spanInside(s, extent)) clipToExtent(s, extent);
+  }
+
+ private:
+  std::shared_ptr<const WarpKernel> kernel_;
+};
+
+// An affine map of the plane, as a warp through the inverse transform.
+class AffineWarp final : public WarpKernel {
+ public:
+  explicit AffineWarp(const CGAffineTransform& t) : t_(t), inv_(CGAffineTransformInvert(t)) {}
+  std::string_view name() const override { return "CIAffineTransform"; }
+  void map(int64_t x, int64_t y, int n, float* sx, float* sy) const override {
+    double py = double(y) + 0.5;
+    for (int i = 0; i < n; ++i) {
+      double px = double(x + i) + 0.5;
+      sx[i] = float(inv_.a * px + inv_.c * py + inv_.tx);
+      sy[i] = float(inv_.b * px + inv_.d * py + inv_.ty);
+    }
+  }
+  CGRect roi(const CGRect& out) const override { return CGRectApplyAffineTransform(out, inv_); }
+
+ private:
+  CGAffineTransform t_, inv_;
+};
+
+// A whole-pixel translation needs no resampling: rows are read shifted.
+class TranslateStage final : public Stage {
+ public:
+  TranslateStage(int64_t dx, int64_t dy) : dx_(dx), dy_(dy) {}
+  PixelRect inputRoi(int, const PixelRect& r) const override { return {r.x - dx_, r.y - dy_, r.w, r.h}; }
+  void row(Span& s, TileState& ts) const override {
+    s.x -= dx_;
+    s.y -= dy_;
+    inputs[0]->row(s, ts);
+    s.x += dx_;
+    s.y += dy_;
+  }
+
+ private:
+  int64_t dx_, dy_;
+};
+
+class RegionStage final : public Stage {
+ public:
+  RegionStage(std::shared_ptr<const RegionKernel> kernel, const RenderEnv& env) : kernel_(std::move(kernel)), env_(env) {}
+
+  PixelRect inputRoi(int i, const PixelRect& r) const override { return kernel_->roi(i, r); }
+  bool needsPrepare() const override { return true; }
+  void prepare(TileState& ts) const override {
+    const PixelRect roi = ts.slots[size_t(id)].roi;
+    const PlanarView* views[8] = {};
+    size_t count = std::min<size_t>(inputs.size(), 8);
+    for (size_t k = 0; k < count; ++k) {
+      PlanarBuffer& buffer = ts.buffer(id, k + 1);
+      buffer.reset(kernel_->roi(int(k), roi));
+      fillFromStage(*inputs[k], buffer.view(), ts);
+      views[k] = &buffer.view();
+    }
+    PlanarBuffer& out = ts.buffer(id, 0);
+    out.reset(roi);
+    kernel_->apply(std::span<const PlanarView* const>(views, count), out.view(), env_);
+  }
+  void row(Span& s, TileState& ts) const override { ts.buffer(id, 0).view().read(s); }
+
+ private:
+  std::shared_ptr<const RegionKernel> kernel_;
+  RenderEnv env_;
+};
+
+class WholeImageStage final : public Stage {
+ public:
+  explicit WholeImageStage(std::shared_ptr<const WholeImageKernel> kernel) : kernel_(std::move(kernel)) {}
+  PixelRect inputRoi(int i, const PixelRect& r) const override { return kernel_->roi(i, r); }
+  bool isWholeImage() const override { return true; }
+  void row(Span& s, TileState&) const override {
+    if (rows_) {
+      rows_->read(s);
+    } else {
+      s.clear();
+    }
+  }
+
+  std::shared_ptr<const WholeImageKernel> kernel_;
+  std::shared_ptr<const RowSource> rows_;
+};
+
+}  // namespace
+
+std::unique_ptr<Stage> makeEmptyStage() { return std::make_unique<EmptyStage>(); }
+std::unique_ptr<Stage> makeColorStage(const std::array<float, 4>& pixel) { return std::make_unique<ColorStage>(pixel); }
+std::unique_ptr<Stage> makePointStage(std::shared_ptr<const PointKernel> kernel, const RenderEnv& env) {
+  return std::make_unique<PointStage>(std::move(kernel), env);
+}
+std::unique_ptr<Stage> makeWarpStage(std::shared_ptr<const WarpKernel> kernel) {
+  return std::make_unique<WarpStage>(std::move(kernel));
+}
+std::unique_ptr<Stage> makeTransformStage(const CGAffineTransform& t) {
+  if (t.a == 1 && t.b == 0 && t.c == 0 && t.d == 1 && t.tx == std::round(t.tx) && t.ty == std::round(t.ty) &&
+      std::abs(t.tx) < 1e15 && std::abs(t.ty) < 1e15)
+    return std::make_unique<TranslateStage>(int64_t(t.tx), int64_t(t.ty));
+  return std::make_unique<WarpStage>(std::make_shared<AffineWarp>(t));
+}
+std::unique_ptr<Stage> makeCropStage(const CGRect& rect) { return std::make_unique<CropStage>(rect); }
+std::unique_ptr<Stage> makeClampStage(const CGRect& extent) { return std::make_unique<ClampStage>(extent); }
+std::unique_ptr<Stage> makeRegionStage(std::shared_ptr<const RegionKernel> kernel, const RenderEnv& env) {
+  return std::make_unique<RegionStage>(std::move(kernel), env);
+}
+std::unique_ptr<Stage> makeWholeImageStage(std::shared_ptr<const WholeImageKernel> kernel) {
+  return std::make_unique<WholeImageStage>(std::move(kernel));
+}
+void setWholeImageResult(Stage& stage, std::shared_ptr<const RowSource> rows) {
+  static_cast<WholeImageStage&>(stage).rows_ = std::move(rows);
+}
+const WholeImageKernel& wholeImageKernel(const Stage& stage) {
+  return *static_cast<const WholeImageStage&>(stage).kernel_;
+}
+
+}  // namespace brenvia::ci

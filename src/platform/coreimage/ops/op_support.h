@@ -1,0 +1,45 @@
+#pragma once
+
+#include "platform/coreimage/ci_filter.h"
+#include "platform/coreimage/engine/kernel.h"
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+// Small helpers shared by the operation files: input declarations and alpha handling.
+namespace brenvia::ci {
+
+inline CIInputSpec imageInput(std::string key = "inputImage") { return {std::move(key), "CIImage", {}, {}, {}}; }
+inline CIInputSpec numberInput(std::string key, double fallback, std::optional<double> min = {},
+                               std::optional<double> max = {}) {
+  return {std::move(key), "NSNumber", fallback, min, max};
+}
+inline CIInputSpec vectorInput(std::string key, CIVector fallback) {
+  return {std::move(key), "CIVector", std::move(fallback), {}, {}};
+}
+inline CIInputSpec colorInput(std::string key, CIColor fallback) {
+  return {std::move(key), "CIColor", std::move(fallback), {}, {}};
+}
+inline CIInputSpec transformInput(std::string key) {
+  return {std::move(key), "NSValue", CGAffineTransformIdentity, {}, {}};
+}
+inline CIInputSpec dataInput(std::string key) { return {std::move(key), "NSData", {}, {}, {}}; }
+
+// The categories of a platform operation: the given ones plus video, still image and built-in.
+inline std::vector<std::string> builtinCategories(std::initializer_list<std::string_view> own) {
+  std::vector<std::string> all(own.begin(), own.end());
+  for (auto c : {kCICategoryVideo, kCICategoryStillImage, kCICategoryBuiltIn}) all.emplace_back(c);
+  return all;
+}
+
+// Straight colour of a premultiplied pixel; zero where alpha is zero.
+inline float unpremultiplyFactor(float a) { return a > 0 ? 1.0f / a : 0.0f; }
+
+// Registration of the platform operations, one function per family of operations.
+void registerColorAdjustmentOperations();
+void registerCompositingOperations();
+void registerGeometryOperations();
+void registerBlurOperations();
+
+}  // namespace brenvia::ci

@@ -1,0 +1,66 @@
+#include "platform/graphics/cg_image.h"
+
+#include <cstring>
+#include <limits>
+
+namespace brenvia {
+
+size_t CGPixelFormatBytesPerPixel(CGPixelFormat f) {
+  switch (f) {
+    case CGPixelFormat::Gray8: return 1;
+    case CGPixelFormat::RGB8: return 3;
+    case CGPixelFormat::RGBA8:
+    case CGPixelFormat::RGBA8Premultiplied:
+    case CGPixelFormat::BGRA8Premultiplied: return 4;
+    case CGPixelFormat::Gray16: return 2;
+    case CGPixelFormat::RGB16: return 6;
+    case CGPixelFormat::RGBA16: return 8;
+    case CGPixelFormat::RGBAFloatPremultiplied: return 16;
+  }
+  return 4;
+}
+
+size_t CGPixelFormatComponents(CGPixelFormat f) {
+  switch (f) {
+    case CGPixelFormat::Gray8:
+    case CGPixelFormat::Gray16: return 1;
+    case CGPixelFormat::RGB8:
+    case CGPixelFormat::RGB16: return 3;
+    default: return 4;
+  }
+}
+
+bool CGPixelFormatHasAlpha(CGPixelFormat f) { return CGPixelFormatComponents(f) == 4; }
+
+std::shared_ptr<const CGImage> CGImage::create(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
+                                               CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data) {
+  if (width == 0 || height == 0 || !data) return nullptr;
+  if (width > kMaxPixels / height) return nullptr;
+  if (bytesPerRow < width * CGPixelFormatBytesPerPixel(format)) return nullptr;
+  auto image = std::shared_ptr<CGImage>(new CGImage());
+  image->width_ = width;
+  image->height_ = height;
+  image->bytesPerRow_ = bytesPerRow;
+  image->format_ = format;
+  image->colorSpace_ = std::move(colorSpace);
+  image->data_ = std::move(data);
+  return image;
+}
+
+std::shared_ptr<CGImage> CGImage::allocate(size_t width, size_t height, CGPixelFormat format,
+                                           CGColorSpaceRef colorSpace) {
+  if (width == 0 || height == 0 || width > kMaxPixels / height) return nullptr;
+  size_t bytesPerRow = (width * CGPixelFormatBytesPerPixel(format) + 15) & ~size_t{15};
+  std::shared_ptr<uint8_t[]> data(new (std::nothrow) uint8_t[bytesPerRow * height]());
+  if (!data) return nullptr;
+  auto image = std::shared_ptr<CGImage>(new CGImage());
+  image->width_ = width;
+  image->height_ = height;
+  image->bytesPerRow_ = bytesPerRow;
+  image->format_ = format;
+  image->colorSpace_ = std::move(colorSpace);
+  image->data_ = std::move(data);
+  return image;
+}
+
+}  // namespace brenvia

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "platform/graphics/color_space.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace brenvia {
+
+// Pixel layouts a bitmap image can hold. 16-bit components are host-endian; float components
+// are 32-bit. "Premultiplied" layouts store colour multiplied by alpha.
+enum class CGPixelFormat {
+  Gray8,
+  RGB8,
+  RGBA8,               // R,G,B,A bytes, straight alpha
+  RGBA8Premultiplied,  // R,G,B,A bytes, premultiplied
+  BGRA8Premultiplied,  // little-endian 32-bit ARGB words, premultiplied (Cairo's ARGB32)
+  Gray16,
+  RGB16,
+  RGBA16,              // straight alpha
+  RGBAFloatPremultiplied,
+};
+
+size_t CGPixelFormatBytesPerPixel(CGPixelFormat f);
+size_t CGPixelFormatComponents(CGPixelFormat f);
+bool CGPixelFormatHasAlpha(CGPixelFormat f);
+
+// An immutable bitmap: dimensions, layout, colour space and a shared byte buffer. The first row
+// in memory is the top of the picture.
+class CGImage {
+ public:
+  // Takes a buffer the caller filled; bytesPerRow must cover width pixels. Null on bad sizes.
+  static std::shared_ptr<const CGImage> create(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
+                                               CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data);
+  // A zero-filled buffer the caller may write before sharing the image. Null when the size is not
+  // representable or is beyond kMaxPixels.
+  static std::shared_ptr<CGImage> allocate(size_t width, size_t height, CGPixelFormat format,
+                                           CGColorSpaceRef colorSpace);
+
+  size_t width() const { return width_; }
+  size_t height() const { return height_; }
+  size_t bytesPerRow() const { return bytesPerRow_; }
+  CGPixelFormat format() const { return format_; }
+  // Null for data images that carry no colour (depth, mattes).
+  const CGColorSpaceRef& colorSpace() const { return colorSpace_; }
+  const uint8_t* data() const { return data_.get(); }
+  const uint8_t* row(size_t y) const { return data_.get() + y * bytesPerRow_; }
+  uint8_t* mutableData() { return const_cast<uint8_t*>(data_.get()); }
+  uint8_t* mutableRow(size_t y) { return mutableData() + y * bytesPerRow_; }
+
+  // The largest bitmap we allocate: 2^28 pixels (16384 x 16384).
+  static constexpr size_t kMaxPixels = size_t{1} << 28;
+
+ private:
+  CGImage() = default;
+  size_t width_ = 0, height_ = 0, bytesPerRow_ = 0;
+  CGPixelFormat format_ = CGPixelFormat::RGBA8;
+  CGColorSpaceRef colorSpace_;
+  std::shared_ptr<const uint8_t[]> data_;
+};
+
+using CGImageRef = std::shared_ptr<const CGImage>;
+
+inline size_t CGImageGetWidth(const CGImageRef& i) { return i ? i->width() : 0; }
+inline size_t CGImageGetHeight(const CGImageRef& i) { return i ? i->height() : 0; }
+inline size_t CGImageGetBytesPerRow(const CGImageRef& i) { return i ? i->bytesPerRow() : 0; }
+inline CGColorSpaceRef CGImageGetColorSpace(const CGImageRef& i) { return i ? i->colorSpace() : nullptr; }
+
+}  // namespace brenvia

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "platform/coreimage/ci_context.h"
+#include "platform/coreimage/ci_filter.h"
+#include "platform/foundation/log.h"
+
+#include <array>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace brenvia::test {
+
+// An 8-bit RGBA (straight alpha) sRGB bitmap filled by fn(x, y) -> {r, g, b, a}, top row first.
+template <class F>
+CGImageRef makeBitmap(size_t w, size_t h, F fn, CGPixelFormat format = CGPixelFormat::RGBA8) {
+  auto image = CGImage::allocate(w, h, format, CGColorSpaceCreateDeviceRGB());
+  for (size_t y = 0; y < h; ++y) {
+    uint8_t* row = image->mutableRow(y);
+    for (size_t x = 0; x < w; ++x) {
+      std::array<uint8_t, 4> p = fn(x, y);
+      for (size_t c = 0; c < CGPixelFormatBytesPerPixel(format); ++c) row[x * CGPixelFormatBytesPerPixel(format) + c] = p[c];
+    }
+  }
+  return image;
+}
+
+inline CGImageRef noiseBitmap(size_t w, size_t h, unsigned seed = 1) {
+  std::mt19937 rng(seed);
+  return makeBitmap(w, h, [&](size_t, size_t) {
+    return std::array<uint8_t, 4>{uint8_t(rng()), uint8_t(rng()), uint8_t(rng()), uint8_t(rng() | 0x80)};
+  });
+}
+
+inline CGImageRef solidBitmap(size_t w, size_t h, std::array<uint8_t, 4> p) {
+  return makeBitmap(w, h, [&](size_t, size_t) { return p; });
+}
+
+// Pixel (x, y) of a rendered RGBA8 bitmap, y counted from the top.
+inline std::array<int, 4> pixelAt(const CGImageRef& image, size_t x, size_t y) {
+  const uint8_t* p = image->row(y) + x * 4;
+  return {p[0], p[1], p[2], p[3]};
+}
+
+// Renders the extent (or rect) to premultiplied float RGBA, top row first.
+inline std::vector<float> renderFloat(const CIImageRef& image, const CGRect& rect, const CIContextOptions& options = {}) {
+  auto context = CIContext::contextWithOptions(options);
+  std::vector<float> out(size_t(rect.size.width * rect.size.height * 4));
+  context->render(image, out.data(), size_t(rect.size.width) * 16, rect, kCIFormatRGBAf, nullptr);
+  return out;
+}
+
+inline CIContextOptions unmanaged() {
+  CIContextOptions o;
+  o.workingColorSpace = CGColorSpaceRef();
+  return o;
+}
+
+// Collects log lines while alive.
+class LogCapture {
+ public:
+  LogCapture() { previous_ = BVSetLogHandler([this](std::string_view l) { lines.emplace_back(l); }); }
+  ~LogCapture() { BVSetLogHandler(previous_); }
+  std::vector<std::string> lines;
+
+ private:
+  BVLogHandler previous_;
+};
+
+}  // namespace brenvia::test
