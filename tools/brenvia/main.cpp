@@ -1,1 +1,17 @@
-int main() { return 0; }
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+int main(int argc, char** argv) {
+  CLI::App app{"Brenvia: filter recipes applied to pictures"};
+  app.require_subcommand(1);
+  brenvia::cli::addOpsCommand(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;
+  }
+  return brenvia::cli::exitStatus();
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace brenvia::cli {
+
+// Each command registers itself on the application and records its exit status when it runs.
+void addOpsCommand(CLI::App& app);
+
+int exitStatus();
+void setExitStatus(int status);
+
+}  // namespace brenvia::cli
