@@ -39,26 +39,23 @@ std::array<float, 3> ColorConversion::apply(std::array<float, 3> c) const {
   return applyAfterDecode(c);
 }
 
-namespace {
-
-struct EncodeTable {
-  static constexpr int kSize = 4096;
-  std::vector<float> v;
-  EncodeTable() : v(kSize + 2) {
-    for (int i = 0; i <= kSize; ++i) v[size_t(i)] = float(color::srgbEncode(double(i) / kSize));
-    v[kSize + 1] = v[kSize];
-  }
-};
-
-}  // namespace
+const float* srgbEncodeTable() {
+  static const std::vector<float> table = [] {
+    std::vector<float> v(kEncodeTableSize + 2);
+    for (int i = 0; i <= kEncodeTableSize; ++i) v[size_t(i)] = float(color::srgbEncode(double(i) / kEncodeTableSize));
+    v[kEncodeTableSize + 1] = v[kEncodeTableSize];
+    return v;
+  }();
+  return table.data();
+}
 
 float srgbEncodeFast(float x) {
-  static const EncodeTable table;
   if (!(x >= 0.0f && x <= 1.0f)) return float(color::srgbEncode(x));
-  float t = x * EncodeTable::kSize;
+  const float* table = srgbEncodeTable();
+  float t = x * kEncodeTableSize;
   int i = int(t);
   float f = t - float(i);
-  return table.v[size_t(i)] + (table.v[size_t(i) + 1] - table.v[size_t(i)]) * f;
+  return table[i] + (table[i + 1] - table[i]) * f;
 }
 
 }  // namespace brenvia::ci

@@ -28,6 +28,10 @@ class ColorConversion {
   std::optional<std::array<float, 9>> matrix_;
 };
 
+inline constexpr int kEncodeTableSize = 4096;
+// The sRGB curve sampled at kEncodeTableSize + 1 points over [0, 1], plus one padding entry.
+const float* srgbEncodeTable();
+
 // Fast sRGB encode of a value in [0, 1] (a 4096-segment table with linear interpolation; error
 // below 2e-5); values outside [0, 1] take the exact curve.
 float srgbEncodeFast(float v);

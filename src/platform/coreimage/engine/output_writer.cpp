@@ -1,18 +1,11 @@
 #include "platform/coreimage/engine/output_writer.h"
 
+#include "platform/coreimage/engine/simd_output.h"
+
 #include <cmath>
 #include <cstring>
 
 namespace brenvia::ci {
-namespace {
-
-inline uint8_t toByte(float v) {
-  v = v * 255.0f + 0.5f;
-  return v <= 0.0f ? 0 : v >= 255.0f ? 255 : uint8_t(v);
-}
-
-}  // namespace
-
 OutputWriter::OutputWriter(const RenderTarget& target, const RenderEnv& env) : target_(target) {
   if (env.managed() && target.colorSpace) conversion_ = ColorConversion(env.workingSpace.get(), target.colorSpace.get());
   linearToSRGB_ = !conversion_.isIdentity() && !conversion_.decodes() && !conversion_.matrix() && conversion_.encodes();
@@ -36,24 +29,19 @@ void OutputWriter::convertColor(Span& s) const {
 }
 
 void OutputWriter::write(Span& s, uint8_t* dst) const {
-  convertColor(s);
+  // The vector byte writer applies the common linear-to-sRGB curve itself.
+  bool bytes = target_.format == OutputFormat::RGBA8 || target_.format == OutputFormat::ARGB8 ||
+               target_.format == OutputFormat::BGRA8;
+  if (!(bytes && linearToSRGB_)) convertColor(s);
   const int n = s.n;
   switch (target_.format) {
     case OutputFormat::RGBA8:
     case OutputFormat::ARGB8:
     case OutputFormat::BGRA8: {
-      // Integer outputs clamp alpha to [0, 1] and colour to [0, alpha].
-      int ri = 0, gi = 1, bi = 2, ai = 3;
-      if (target_.format == OutputFormat::ARGB8) ai = 0, ri = 1, gi = 2, bi = 3;
-      if (target_.format == OutputFormat::BGRA8) bi = 0, gi = 1, ri = 2, ai = 3;
-      for (int i = 0; i < n; ++i) {
-        float a = std::clamp(s.a[i], 0.0f, 1.0f);
-        uint8_t* p = dst + 4 * i;
-        p[ri] = toByte(std::min(s.r[i], a));
-        p[gi] = toByte(std::min(s.g[i], a));
-        p[bi] = toByte(std::min(s.b[i], a));
-        p[ai] = toByte(a);
-      }
+      ByteOrder order = target_.format == OutputFormat::ARGB8   ? ByteOrder{1, 2, 3, 0}
+                        : target_.format == OutputFormat::BGRA8 ? ByteOrder{2, 1, 0, 3}
+                                                                : ByteOrder{0, 1, 2, 3};
+      writeBytes(s.r, s.g, s.b, s.a, n, linearToSRGB_, srgbEncodeTable(), order, dst);
       break;
     }
     case OutputFormat::RGBAh: {
