@@ -60,12 +60,7 @@ class Plan {
   std::vector<std::unique_ptr<Stage>> stages;
   Stage* root = nullptr;
 
-  TileState newTileState() const {
-    TileState ts;
-    ts.env = &env_;
-    ts.slots.resize(stages.size());
-    return ts;
-  }
+  TileState newTileState() const { return TileState(&env_, stages.size()); }
 
  private:
   Stage* build(const CIImage& image) {

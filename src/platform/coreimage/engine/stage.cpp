@@ -1,16 +1,70 @@
 #include "platform/coreimage/engine/stage.h"
 
+#include <mutex>
+
 namespace brenvia::ci {
+namespace {
+
+// Spare scratch memory kept between renders, up to a limit.
+class ScratchPool {
+ public:
+  static ScratchPool& shared() {
+    static ScratchPool pool;
+    return pool;
+  }
+  PlanarBuffer takeBuffer() {
+    std::lock_guard lock(mutex_);
+    if (buffers_.empty()) return {};
+    PlanarBuffer b = std::move(buffers_.back());
+    buffers_.pop_back();
+    bytes_ -= b.capacity() * sizeof(float);
+    return b;
+  }
+  std::unique_ptr<Span> takeSpan() {
+    std::lock_guard lock(mutex_);
+    if (spans_.empty()) return std::make_unique<Span>();
+    auto s = std::move(spans_.back());
+    spans_.pop_back();
+    return s;
+  }
+  void give(StageSlot& slot) {
+    std::lock_guard lock(mutex_);
+    for (auto& b : slot.buffers) {
+      if (b.capacity() == 0 || bytes_ + b.capacity() * sizeof(float) > kMaxBytes) continue;
+      bytes_ += b.capacity() * sizeof(float);
+      buffers_.push_back(std::move(b));
+    }
+    for (auto& s : slot.spans) {
+      if (spans_.size() < kMaxSpans) spans_.push_back(std::move(s));
+    }
+  }
+
+ private:
+  static constexpr size_t kMaxBytes = size_t{128} << 20;
+  static constexpr size_t kMaxSpans = 256;
+  std::mutex mutex_;
+  std::vector<PlanarBuffer> buffers_;
+  std::vector<std::unique_ptr<Span>> spans_;
+  size_t bytes_ = 0;
+};
+
+}  // namespace
+
+TileState::TileState(const RenderEnv* e, size_t stages) : env(e), slots(stages) {}
+
+TileState::~TileState() {
+  for (auto& slot : slots) ScratchPool::shared().give(slot);
+}
 
 Span& TileState::span(int stage, size_t k) {
   auto& spans = slots[size_t(stage)].spans;
-  while (spans.size() <= k) spans.push_back(std::make_unique<Span>());
+  while (spans.size() <= k) spans.push_back(ScratchPool::shared().takeSpan());
   return *spans[k];
 }
 
 PlanarBuffer& TileState::buffer(int stage, size_t k) {
   auto& buffers = slots[size_t(stage)].buffers;
-  if (buffers.size() <= k) buffers.resize(k + 1);
+  while (buffers.size() <= k) buffers.push_back(ScratchPool::shared().takeBuffer());
   return buffers[k];
 }
 

@@ -38,8 +38,15 @@ struct StageSlot {
   std::vector<std::unique_ptr<Span>> spans;
 };
 
-// Everything one thread needs to render tiles of a plan; reused from tile to tile.
+// Everything one thread needs to render tiles of a plan; reused from tile to tile. Its buffers
+// come from a process-wide pool and go back to it afterwards, so later renders find memory that
+// is already mapped.
 struct TileState {
+  TileState(const RenderEnv* env, size_t stages);
+  ~TileState();
+  TileState(TileState&&) = default;
+  TileState& operator=(TileState&&) = default;
+
   const RenderEnv* env = nullptr;
   std::vector<StageSlot> slots;
 
