@@ -39,23 +39,42 @@ std::array<float, 3> ColorConversion::apply(std::array<float, 3> c) const {
   return applyAfterDecode(c);
 }
 
+namespace {
+
+// A curve sampled at kEncodeTableSize + 1 points over [0, 1], plus one padding entry.
+std::vector<float> curveTable(double (*curve)(double)) {
+  std::vector<float> v(kEncodeTableSize + 2);
+  for (int i = 0; i <= kEncodeTableSize; ++i) v[size_t(i)] = float(curve(double(i) / kEncodeTableSize));
+  v[kEncodeTableSize + 1] = v[kEncodeTableSize];
+  return v;
+}
+
+float interpolate(const float* table, float x) {
+  float t = x * kEncodeTableSize;
+  int i = int(t);
+  return table[i] + (table[i + 1] - table[i]) * (t - float(i));
+}
+
+const float* srgbDecodeTable() {
+  static const std::vector<float> table = curveTable(color::srgbDecode);
+  return table.data();
+}
+
+}  // namespace
+
 const float* srgbEncodeTable() {
-  static const std::vector<float> table = [] {
-    std::vector<float> v(kEncodeTableSize + 2);
-    for (int i = 0; i <= kEncodeTableSize; ++i) v[size_t(i)] = float(color::srgbEncode(double(i) / kEncodeTableSize));
-    v[kEncodeTableSize + 1] = v[kEncodeTableSize];
-    return v;
-  }();
+  static const std::vector<float> table = curveTable(color::srgbEncode);
   return table.data();
 }
 
 float srgbEncodeFast(float x) {
   if (!(x >= 0.0f && x <= 1.0f)) return float(color::srgbEncode(x));
-  const float* table = srgbEncodeTable();
-  float t = x * kEncodeTableSize;
-  int i = int(t);
-  float f = t - float(i);
-  return table[i] + (table[i + 1] - table[i]) * f;
+  return interpolate(srgbEncodeTable(), x);
+}
+
+float srgbDecodeFast(float x) {
+  if (!(x >= 0.0f && x <= 1.0f)) return float(color::srgbDecode(x));
+  return interpolate(srgbDecodeTable(), x);
 }
 
 }  // namespace brenvia::ci

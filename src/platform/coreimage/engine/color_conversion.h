@@ -35,5 +35,7 @@ const float* srgbEncodeTable();
 // Fast sRGB encode of a value in [0, 1] (a 4096-segment table with linear interpolation; error
 // below 2e-5); values outside [0, 1] take the exact curve.
 float srgbEncodeFast(float v);
+// The same for the decoding curve (error below 1e-6).
+float srgbDecodeFast(float v);
 
 }  // namespace brenvia::ci

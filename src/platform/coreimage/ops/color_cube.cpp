@@ -14,22 +14,6 @@ namespace {
 // seven interpolations of a lookup run four channels at a time.
 using Cell = float __attribute__((vector_size(16)));
 
-// Unpremultiplied sRGB-encoded values in [0, 1] decoded through a table with linear
-// interpolation (error below 1e-6); other values take the exact curve.
-float srgbDecodeTable(float v) {
-  static constexpr int kSize = 4096;
-  static const std::vector<float> table = [] {
-    std::vector<float> t(kSize + 2);
-    for (int i = 0; i <= kSize; ++i) t[size_t(i)] = float(color::srgbDecode(double(i) / kSize));
-    t[kSize + 1] = t[kSize];
-    return t;
-  }();
-  if (!(v >= 0.0f && v <= 1.0f)) return float(color::srgbDecode(v));
-  float x = v * kSize;
-  int i = int(x);
-  return table[size_t(i)] + (table[size_t(i) + 1] - table[size_t(i)]) * (x - float(i));
-}
-
 // A conversion between two spaces with table-driven curves, applied to unpremultiplied planes.
 class PlaneConversion {
  public:
@@ -39,7 +23,7 @@ class PlaneConversion {
   void apply(float* r, float* g, float* b, int n) const {
     for (int i = 0; i < n; ++i) {
       float x = r[i], y = g[i], z = b[i];
-      if (c_.decodes()) x = srgbDecodeTable(x), y = srgbDecodeTable(y), z = srgbDecodeTable(z);
+      if (c_.decodes()) x = srgbDecodeFast(x), y = srgbDecodeFast(y), z = srgbDecodeFast(z);
       if (const auto& m = c_.matrix()) {
         const auto& k = *m;
         float u = k[0] * x + k[1] * y + k[2] * z, v = k[3] * x + k[4] * y + k[5] * z;

@@ -69,22 +69,6 @@ Mat3 bradford(const std::array<double, 3>& sourceWhite, const std::array<double,
   return color::multiply(color::invert(kBradford), color::multiply(scale, kBradford));
 }
 
-// Unpremultiplied sRGB-encoded values in [0, 1] decoded through a table with linear
-// interpolation (error below 1e-6); other values take the exact curve.
-float srgbDecodeTable(float v) {
-  static constexpr int kSize = 4096;
-  static const std::vector<float> table = [] {
-    std::vector<float> t(kSize + 2);
-    for (int i = 0; i <= kSize; ++i) t[size_t(i)] = float(color::srgbDecode(double(i) / kSize));
-    t[kSize + 1] = t[kSize];
-    return t;
-  }();
-  if (!(v >= 0.0f && v <= 1.0f)) return float(color::srgbDecode(v));
-  float x = v * kSize;
-  int i = int(x);
-  return table[size_t(i)] + (table[size_t(i) + 1] - table[size_t(i)]) * (x - float(i));
-}
-
 // The adaptation carried to the working space's primaries and applied to linear light: a
 // gamma-encoded working space is decoded first and encoded again after. In linear light the map is
 // a matrix, which commutes with premultiplication.
@@ -110,7 +94,7 @@ class TemperatureKernel final : public PointKernel {
     }
     for (int i = 0; i < s.n; ++i) {
       const float k = unpremultiplyFactor(s.a[i]), a = s.a[i];
-      const float r = srgbDecodeTable(s.r[i] * k), g = srgbDecodeTable(s.g[i] * k), b = srgbDecodeTable(s.b[i] * k);
+      const float r = srgbDecodeFast(s.r[i] * k), g = srgbDecodeFast(s.g[i] * k), b = srgbDecodeFast(s.b[i] * k);
       s.r[i] = srgbEncodeFast(m[0] * r + m[1] * g + m[2] * b) * a;
       s.g[i] = srgbEncodeFast(m[3] * r + m[4] * g + m[5] * b) * a;
       s.b[i] = srgbEncodeFast(m[6] * r + m[7] * g + m[8] * b) * a;
