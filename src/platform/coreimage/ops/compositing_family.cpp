@@ -2,6 +2,20 @@
 
 namespace brenvia::ci {
 
-void registerCompositingOperations() {}
+void registerPorterDuffOperations();
+void registerBlendWithMaskOperations();
+void registerBlendModes();
+void registerConstantColorGenerator();
+void registerLinearGradient();
+void registerRadialGradient();
+
+void registerCompositingOperations() {
+  registerPorterDuffOperations();
+  registerBlendWithMaskOperations();
+  registerBlendModes();
+  registerConstantColorGenerator();
+  registerLinearGradient();
+  registerRadialGradient();
+}
 
 }  // namespace brenvia::ci

@@ -1,0 +1,121 @@
+#include "platform/coreimage/ops/compositing_test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace brenvia {
+namespace {
+
+using test::Pixel;
+
+// Premultiplied pixels with alpha 0, partial and 1, and colour values outside [0, 1].
+Pixel sourceAt(size_t i, size_t j) {
+  static constexpr std::array<Pixel, 6> kPixels = {
+      Pixel{0, 0, 0, 0},    Pixel{0.1f, 0.2f, 0.05f, 0.3f}, Pixel{0.6f, 0.1f, 0.7f, 0.75f},
+      Pixel{1, 0.5f, 0, 1}, Pixel{1.4f, -0.2f, 0.3f, 1},    Pixel{0.2f, 0.2f, 0.2f, 0.2f}};
+  return kPixels[(i + 2 * j) % kPixels.size()];
+}
+
+Pixel backdropAt(size_t i, size_t j) {
+  static constexpr std::array<Pixel, 5> kPixels = {Pixel{0.3f, 0.6f, 0.9f, 1}, Pixel{0, 0, 0, 0},
+                                                   Pixel{0.25f, 0.1f, 0.4f, 0.5f}, Pixel{2, 0.5f, -0.5f, 1},
+                                                   Pixel{0.05f, 0.05f, 0.05f, 0.1f}};
+  return kPixels[(3 * i + j) % kPixels.size()];
+}
+
+CIImageRef composite(std::string_view name, const CIImageRef& source, const CIImageRef& backdrop) {
+  return source->imageByApplyingFilter(name, {{"inputBackgroundImage", backdrop}});
+}
+
+// Renders the operation over varied 11 x 3 inputs and checks every pixel against `formula`.
+template <class F>
+void expectPerPixel(std::string_view name, F formula) {
+  auto source = test::floatImage(11, 3, sourceAt), backdrop = test::floatImage(11, 3, backdropAt);
+  test::Rendered out(composite(name, source, backdrop), CGRectMake(0, 0, 11, 3));
+  for (size_t j = 0; j < 3; ++j) {
+    for (size_t i = 0; i < 11; ++i) {
+      Pixel s = sourceAt(i, j), b = backdropAt(i, j), got = out.at(double(i), double(j));
+      for (size_t c = 0; c < 4; ++c) ASSERT_NEAR(got[c], formula(s, b, c), 1e-6) << name << " pixel " << i << "," << j;
+    }
+  }
+}
+
+TEST(PorterDuff, SourceOverReference) {
+  CGRect r = CGRectMake(0, 0, 2, 2);
+  test::Rendered out(
+      composite("CISourceOverCompositing", test::solid({0.5f, 0, 0, 0.5f}, r), test::solid({0, 0, 1, 1}, r)), r);
+  Pixel p = out.at(1, 0);
+  EXPECT_FLOAT_EQ(p[0], 0.5f);
+  EXPECT_FLOAT_EQ(p[1], 0.0f);
+  EXPECT_FLOAT_EQ(p[2], 0.5f);
+  EXPECT_FLOAT_EQ(p[3], 1.0f);
+}
+
+TEST(PorterDuff, Formulas) {
+  expectPerPixel("CISourceOverCompositing",
+                 [](const Pixel& s, const Pixel& b, size_t c) { return double(s[c]) + double(b[c]) * (1.0 - s[3]); });
+  expectPerPixel("CISourceAtopCompositing", [](const Pixel& s, const Pixel& b, size_t c) {
+    return c == 3 ? double(b[3]) : double(s[c]) * b[3] + double(b[c]) * (1.0 - s[3]);
+  });
+  expectPerPixel("CIMaximumCompositing",
+                 [](const Pixel& s, const Pixel& b, size_t c) { return double(std::max(s[c], b[c])); });
+}
+
+TEST(PorterDuff, ExtentsAndOutsidePixels) {
+  auto source = test::solid({0.2f, 0.4f, 0.6f, 0.8f}, CGRectMake(0, 0, 4, 4));
+  auto backdrop = test::solid({0.5f, 0.5f, 0.5f, 1}, CGRectMake(2, 1, 5, 5));
+  CGRect all = CGRectMake(0, 0, 7, 6);
+
+  auto over = composite("CISourceOverCompositing", source, backdrop);
+  EXPECT_TRUE(CGRectEqualToRect(over->extent(), all));
+  test::Rendered o(over, all);
+  EXPECT_FLOAT_EQ(o.at(0, 0)[0], 0.2f);                // source only
+  EXPECT_FLOAT_EQ(o.at(6, 5)[0], 0.5f);                // backdrop only
+  EXPECT_FLOAT_EQ(o.at(3, 2)[0], 0.2f + 0.5f * 0.2f);  // both
+  EXPECT_FLOAT_EQ(o.at(0, 5)[3], 0.0f);                // neither
+
+  auto atop = composite("CISourceAtopCompositing", source, backdrop);
+  EXPECT_TRUE(CGRectEqualToRect(atop->extent(), backdrop->extent()));
+  test::Rendered a(atop, all);
+  EXPECT_FLOAT_EQ(a.at(0, 0)[3], 0.0f);
+  EXPECT_FLOAT_EQ(a.at(3, 2)[3], 1.0f);
+  EXPECT_FLOAT_EQ(a.at(3, 2)[1], 0.4f + 0.5f * 0.2f);
+
+  auto maximum = composite("CIMaximumCompositing", source, backdrop);
+  EXPECT_TRUE(CGRectEqualToRect(maximum->extent(), all));
+  test::Rendered m(maximum, all);
+  EXPECT_FLOAT_EQ(m.at(3, 2)[2], 0.6f);
+  EXPECT_FLOAT_EQ(m.at(3, 2)[0], 0.5f);
+
+  // Compositing over an infinite backdrop stays infinite.
+  auto everywhere = CIImage::imageWithColor(CIColor(0, 0, 0, 1));
+  EXPECT_TRUE(CGRectIsInfinite(composite("CISourceOverCompositing", source, everywhere)->extent()));
+  EXPECT_TRUE(
+      CGRectEqualToRect(composite("CISourceAtopCompositing", everywhere, backdrop)->extent(), backdrop->extent()));
+}
+
+TEST(PorterDuff, InputsAndCategories) {
+  auto image = test::solid({1, 1, 1, 1}, CGRectMake(0, 0, 2, 2));
+  for (std::string_view name : {"CISourceOverCompositing", "CISourceAtopCompositing", "CIMaximumCompositing"}) {
+    SCOPED_TRACE(name);
+    auto filter = CIFilter::filterWithName(name);
+    ASSERT_TRUE(filter);
+    EXPECT_EQ(filter->inputKeys(), (std::vector<std::string>{"inputImage", "inputBackgroundImage"}));
+    const auto& categories = filter->classAttributes().categories;
+    for (auto c : {kCICategoryCompositeOperation, kCICategoryVideo, kCICategoryStillImage, kCICategoryBuiltIn})
+      EXPECT_NE(std::find(categories.begin(), categories.end(), c), categories.end()) << c;
+    filter->setValue(image, "inputImage");
+    EXPECT_FALSE(filter->outputImage());
+    filter->setValue(CIValue(), "inputImage");
+    filter->setValue(image, "inputBackgroundImage");
+    EXPECT_FALSE(filter->outputImage());
+  }
+  // The graph helper is source-over.
+  auto over = image->imageByCompositingOverImage(test::solid({0, 0, 1, 1}, CGRectMake(1, 1, 2, 2)));
+  ASSERT_TRUE(over);
+  EXPECT_TRUE(CGRectEqualToRect(over->extent(), CGRectMake(0, 0, 3, 3)));
+}
+
+}  // namespace
+}  // namespace brenvia
