@@ -1,0 +1,177 @@
+// Writes seed corpora for the decoder fuzz targets: <folder>/jpeg and <folder>/png, each a set of
+// small valid files. Layouts our encoders do not produce (progressive and arithmetic JPEG, CMYK,
+// restart markers, palettes, low bit depths, interlacing) are written with libjpeg and libspng.
+
+#include "platform/imageio/image_io.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <jpeglib.h>
+#include <lcms2.h>
+#include <spng.h>
+
+namespace {
+
+using namespace brenvia;
+using F = CGPixelFormat;
+
+std::filesystem::path gFolder;
+
+void save(const char* kind, const std::string& name, const std::vector<uint8_t>& bytes) {
+  std::filesystem::create_directories(gFolder / kind);
+  std::ofstream(gFolder / kind / name, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::shared_ptr<CGImage> picture(F format, size_t w, size_t h, CGColorSpaceRef space) {
+  auto image = CGImage::allocate(w, h, format, std::move(space));
+  size_t bytes = w * CGPixelFormatBytesPerPixel(format);
+  for (size_t y = 0; y < h; ++y)
+    for (size_t i = 0; i < bytes; ++i) image->mutableRow(y)[i] = static_cast<uint8_t>(i * 7 + y * 13 + (i * y) % 5);
+  return image;
+}
+
+std::vector<uint8_t> wideGamutProfile() {
+  cmsCIExyY white{0.3127, 0.3290, 1};
+  cmsCIExyYTRIPLE primaries{{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
+  cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
+  cmsToneCurve* curves[3] = {gamma, gamma, gamma};
+  cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
+  cmsFreeToneCurve(gamma);
+  cmsUInt32Number size = 0;
+  cmsSaveProfileToMem(profile, nullptr, &size);
+  std::vector<uint8_t> bytes(size);
+  cmsSaveProfileToMem(profile, bytes.data(), &size);
+  cmsCloseProfile(profile);
+  return bytes;
+}
+
+enum JpegVariant { kProgressive, kArithmetic, kRestarts, kCMYK };
+
+std::vector<uint8_t> libjpegFile(JpegVariant variant) {
+  jpeg_compress_struct c{};
+  jpeg_error_mgr errors{};
+  c.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&c);
+  unsigned char* buffer = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&c, &buffer, &size);
+  c.image_width = 40;
+  c.image_height = 24;
+  c.input_components = variant == kCMYK ? 4 : 3;
+  c.in_color_space = variant == kCMYK ? JCS_CMYK : JCS_RGB;
+  jpeg_set_defaults(&c);
+  jpeg_set_quality(&c, 80, TRUE);
+  if (variant == kProgressive) jpeg_simple_progression(&c);
+  if (variant == kArithmetic) c.arith_code = TRUE;
+  if (variant == kRestarts) c.restart_interval = 2;
+  jpeg_start_compress(&c, TRUE);
+  std::vector<uint8_t> row(40 * static_cast<size_t>(c.input_components));
+  while (c.next_scanline < c.image_height) {
+    for (size_t i = 0; i < row.size(); ++i) row[i] = static_cast<uint8_t>(i * 5 + c.next_scanline * 9);
+    JSAMPROW rows[1] = {row.data()};
+    jpeg_write_scanlines(&c, rows, 1);
+  }
+  jpeg_finish_compress(&c);
+  std::vector<uint8_t> bytes(buffer, buffer + size);
+  jpeg_destroy_compress(&c);
+  std::free(buffer);
+  return bytes;
+}
+
+std::vector<uint8_t> libspngFile(uint8_t colorType, uint8_t depth, bool interlaced, bool transparency) {
+  const uint32_t w = 13, h = 9;
+  spng_ctx* ctx = spng_ctx_new(SPNG_CTX_ENCODER);
+  spng_set_option(ctx, SPNG_ENCODE_TO_BUFFER, 1);
+  spng_ihdr ihdr{w, h, depth, colorType, 0, 0, static_cast<uint8_t>(interlaced ? 1 : 0)};
+  spng_set_ihdr(ctx, &ihdr);
+  if (colorType == SPNG_COLOR_TYPE_INDEXED) {
+    spng_plte plte{};
+    plte.n_entries = 1u << depth;
+    for (uint32_t i = 0; i < plte.n_entries; ++i)
+      plte.entries[i] = {uint8_t(i * 37), uint8_t(i * 91), uint8_t(255 - i), 0};
+    spng_set_plte(ctx, &plte);
+  }
+  if (transparency) {
+    spng_trns trns{};
+    trns.gray = 1;
+    trns.red = trns.green = trns.blue = 2;
+    trns.n_type3_entries = 2;
+    trns.type3_alpha[1] = 90;
+    spng_set_trns(ctx, &trns);
+  }
+  int channels = colorType == SPNG_COLOR_TYPE_TRUECOLOR ? 3 : colorType == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA ? 2
+                 : colorType == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA                                           ? 4
+                                                                                                          : 1;
+  size_t rowBytes = (w * channels * depth + 7) / 8;
+  std::vector<uint8_t> pixels(rowBytes * h);
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * 29);
+  if (colorType == SPNG_COLOR_TYPE_INDEXED && depth == 8)
+    for (auto& p : pixels) p %= 2;
+  int err = spng_encode_image(ctx, pixels.data(), pixels.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE);
+  size_t size = 0;
+  auto* buffer = static_cast<uint8_t*>(err ? nullptr : spng_get_png_buffer(ctx, &size, &err));
+  std::vector<uint8_t> bytes(buffer, buffer + (buffer ? size : 0));
+  std::free(buffer);
+  spng_ctx_free(ctx);
+  if (bytes.empty()) std::fprintf(stderr, "could not write a PNG seed: %s\n", spng_strerror(err));
+  return bytes;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s <folder>\n", argv[0]);
+    return 2;
+  }
+  gFolder = argv[1];
+  auto srgb = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
+  auto p3 = CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3);
+  auto wideICC = wideGamutProfile();
+  auto wide = CGColorSpaceCreateWithICCData(wideICC.data(), wideICC.size());
+
+  struct Own {
+    const char* name;
+    std::shared_ptr<CGImage> image;
+    imageio::EncodeOptions options;
+  };
+  imageio::EncodeOptions best, lower, rotated, deep;
+  lower.quality = 0.6;
+  rotated.orientation = 6;
+  deep.sixteenBit = true;
+  const Own own[] = {
+      {"gray", picture(F::Gray8, 24, 16, CGColorSpaceCreateDeviceGray()), best},
+      {"rgb444", picture(F::RGB8, 33, 17, srgb), best},
+      {"rgb420", picture(F::RGB8, 33, 17, srgb), lower},
+      {"rgba_oriented", picture(F::RGBA8, 20, 20, srgb), rotated},
+      {"p3", picture(F::RGB8, 16, 16, p3), lower},
+      {"wide_gamut", picture(F::RGB8, 16, 16, wide), best},
+      {"rgb16", picture(F::RGB16, 12, 10, srgb), deep},
+      {"rgba16_p3", picture(F::RGBA16, 12, 10, p3), deep},
+      {"gray16", picture(F::Gray16, 12, 10, CGColorSpaceCreateDeviceGray()), deep},
+  };
+  for (const Own& o : own) {
+    std::vector<uint8_t> bytes;
+    if (imageio::encodeJPEG(*o.image, o.options, bytes)) save("jpeg", std::string(o.name) + ".jpg", bytes);
+    if (imageio::encodePNG(*o.image, o.options, bytes)) save("png", std::string(o.name) + ".png", bytes);
+  }
+  save("jpeg", "progressive.jpg", libjpegFile(kProgressive));
+  save("jpeg", "arithmetic.jpg", libjpegFile(kArithmetic));
+  save("jpeg", "restarts.jpg", libjpegFile(kRestarts));
+  save("jpeg", "cmyk_adobe.jpg", libjpegFile(kCMYK));
+  save("png", "palette.png", libspngFile(SPNG_COLOR_TYPE_INDEXED, 8, false, false));
+  save("png", "palette_trns.png", libspngFile(SPNG_COLOR_TYPE_INDEXED, 8, false, true));
+  save("png", "palette2_interlaced.png", libspngFile(SPNG_COLOR_TYPE_INDEXED, 2, true, false));
+  save("png", "gray1.png", libspngFile(SPNG_COLOR_TYPE_GRAYSCALE, 1, false, false));
+  save("png", "gray4_trns.png", libspngFile(SPNG_COLOR_TYPE_GRAYSCALE, 4, false, true));
+  save("png", "gray_alpha.png", libspngFile(SPNG_COLOR_TYPE_GRAYSCALE_ALPHA, 8, false, false));
+  save("png", "gray_alpha16_interlaced.png", libspngFile(SPNG_COLOR_TYPE_GRAYSCALE_ALPHA, 16, true, false));
+  save("png", "rgb_trns.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR, 8, false, true));
+  save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
+  return 0;
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+// Pieces shared by the JPEG and PNG codecs. Not part of the public interface.
+
+#include "platform/imageio/image_io.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace brenvia::imageio::detail {
+
+// Encoded bytes to read: a block in memory, or an open file read on demand (header-only reads).
+struct Source {
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+  FILE* file = nullptr;
+};
+
+enum class ReadMode { HeaderOnly, Pixels };
+
+// Each reader fills `out` (no image in HeaderOnly mode) and returns true, or returns false with a
+// short reason for the log line.
+bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
+bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+
+// False, with a reason, when a picture of this size must not be decoded.
+bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why);
+
+// A bitmap being filled by a decoder. The memory is not cleared: decoders write every row.
+struct PixelBuffer {
+  size_t width = 0, height = 0, bytesPerRow = 0;
+  CGPixelFormat format = CGPixelFormat::RGB8;
+  std::shared_ptr<uint8_t[]> data;
+
+  // False when the size is beyond CGImage::kMaxPixels or memory is short.
+  bool allocate(size_t w, size_t h, CGPixelFormat f);
+  uint8_t* row(size_t y) { return data.get() + y * bytesPerRow; }
+  CGImageRef finish(CGColorSpaceRef space);
+};
+
+// {"Orientation": 1, "PixelWidth": w, "PixelHeight": h}.
+Value baseProperties(uint64_t width, uint64_t height);
+// Adds what an EXIF block says to the properties: "Orientation" when valid, "{TIFF}" and "{Exif}"
+// groups. The block starts with "Exif\0\0" (JPEG APP1) or directly with the TIFF header (PNG eXIf).
+// Unreadable blocks are ignored.
+void mergeExif(const uint8_t* data, size_t size, Value& properties);
+// An EXIF block ("Exif\0\0" + TIFF) holding only the orientation tag; empty when it cannot be built.
+std::vector<uint8_t> orientationExif(int orientation);
+
+// The colour space for decoded RGB pixels given the file's embedded profile (may be empty). A
+// profile that is neither sRGB nor Display P3 is applied to the pixels, which become sRGB; grey,
+// unusable or mismatched profiles leave the pixels as they are, taken as sRGB.
+CGColorSpaceRef adoptEmbeddedProfile(const uint8_t* icc, size_t size, PixelBuffer& pixels);
+
+// CMYK rows to sRGB RGB8, through the file's CMYK profile when it has one, else by the simple
+// complement formula. `inverted` is the Adobe convention (255 = no ink).
+class CMYKConverter {
+ public:
+  CMYKConverter(const uint8_t* icc, size_t size, bool inverted);
+  ~CMYKConverter();
+  CMYKConverter(const CMYKConverter&) = delete;
+  CMYKConverter& operator=(const CMYKConverter&) = delete;
+  void convert(const uint8_t* cmyk, uint8_t* rgb, size_t pixels) const;
+
+ private:
+  void* transform_ = nullptr;
+  bool inverted_;
+};
+
+// How an encoder writes an image's colour.
+struct OutputColor {
+  bool gray = false;                              // one channel
+  bool plainSRGB = false;                         // no profile needed: sRGB (or sRGB-curve grey)
+  const std::vector<uint8_t>* profile = nullptr;  // profile to embed, or null
+};
+OutputColor chooseOutputColor(const CGImage& image);
+
+// Pixel layouts the encoders consume; 16-bit components are host-endian.
+enum class RowLayout { Gray8, Gray16, RGB8, RGB16, RGBA8, RGBA16 };
+size_t rowLayoutBytesPerPixel(RowLayout layout);
+// Row y of the image in `layout`, straight alpha, clamped and rounded. Grey expands to RGB; colour
+// never narrows to grey (encoders only ask for grey layouts from grey images).
+void convertRow(const CGImage& image, size_t y, RowLayout layout, uint8_t* out);
+// When row y already is in `layout`, its address; otherwise null.
+const uint8_t* rowIfAlready(const CGImage& image, size_t y, RowLayout layout);
+
+// encodeJPEG with a chosen number of threads (large pictures are encoded in strips).
+bool encodeJPEGWithThreads(const CGImage& image, const EncodeOptions& options, unsigned threads,
+                           std::vector<uint8_t>& out);
+
+// "[ImageIO] Could not <verb> `<name>`: <reason>"
+void logFailure(std::string_view verb, std::string_view name, std::string_view reason);
+
+}  // namespace brenvia::imageio::detail

@@ -1,0 +1,77 @@
+#pragma once
+
+// Reading and writing picture files (JPEG and PNG) as CGImage bitmaps.
+//
+// Decoding keeps pixels in their compact form (8 or 16 bits per channel) and reports file metadata
+// as a property dictionary. EXIF orientation is reported, never applied to the pixels. Pictures
+// with an embedded profile that is neither sRGB nor Display P3 are converted to sRGB while
+// decoding, so every decoded image is tagged sRGB, Display P3 or device grey.
+
+#include "platform/foundation/value.h"
+#include "platform/graphics/cg_image.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brenvia::imageio {
+
+struct DecodeOptions {
+  // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
+  // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
+  // side >= maxPixelSize). PNG is always decoded at full size.
+  size_t maxPixelSize = 0;
+};
+
+struct DecodedImage {
+  // JPEG: RGB8, or Gray8 for grey pictures. PNG: Gray8, RGB8, RGBA8 or their 16-bit forms; palettes
+  // are expanded and tRNS transparency becomes an alpha channel.
+  CGImageRef image;
+  // "Orientation" (EXIF 1-8, 1 when absent), "PixelWidth" and "PixelHeight" of the file's full
+  // size, plus "{TIFF}" and "{Exif}" groups with the common camera tags found in the file.
+  Value properties;
+};
+
+// The format is recognised by its leading bytes. Gives nothing for unknown formats, truncated or
+// corrupt data, empty input and pictures whose header claims more than CGImage::kMaxPixels pixels
+// (refused before any pixel memory is allocated). Each failure logs exactly one line:
+//   [ImageIO] Could not read `<name>`: <reason>
+// where name is the file path, or the `name` argument for data.
+std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOptions& options = {});
+std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const DecodeOptions& options = {},
+                                       std::string_view name = "data");
+
+// The properties decodeFile would report, read from the file's header without decoding pixels.
+// Failures log one line as above.
+std::optional<Value> readProperties(const std::string& path);
+
+struct EncodeOptions {
+  // JPEG: encoder quality round(quality * 100) clamped to 1..100. Quality 100 keeps full-resolution
+  // chroma (4:4:4); lower qualities subsample it (4:2:0).
+  double quality = 1.0;
+  // Stored as the EXIF orientation tag when it is 2..8 (JPEG APP1 segment, PNG eXIf chunk).
+  int orientation = 1;
+  // PNG: 16 bits per channel when the source has more than 8 (16-bit and float formats).
+  bool sixteenBit = false;
+};
+
+// Any CGPixelFormat is accepted: premultiplied pixels are unpremultiplied, float components clamped
+// to 0..1 and rounded; JPEG drops alpha. Grey pixels stay grey when the image's colour space is grey
+// or absent. The colour space's ICC profile is embedded (JPEG APP2, PNG iCCP) unless the space is
+// plain sRGB or device grey (PNG then writes an sRGB chunk; JPEG embeds nothing); images without a
+// colour space embed nothing. On failure `out` is left empty, one line is logged and false returned.
+bool encodeJPEG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+bool encodePNG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+
+// Writes the bytes to a temporary file in the destination's folder and renames it over `path`, so
+// the destination is either untouched or complete. On failure the temporary file is removed and
+// the reason is stored in `error`, or logged as "[ImageIO] Could not write `<path>`: <reason>" when
+// `error` is null.
+bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error = nullptr);
+
+}  // namespace brenvia::imageio

@@ -1,0 +1,152 @@
+// Entry points for reading: format detection, whole-file reads and the one-line failure reports.
+
+#include "platform/foundation/log.h"
+#include "platform/imageio/codec_internal.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace brenvia::imageio {
+namespace detail {
+
+bool PixelBuffer::allocate(size_t w, size_t h, CGPixelFormat f) {
+  if (w == 0 || h == 0 || w > CGImage::kMaxPixels / h) return false;
+  width = w;
+  height = h;
+  format = f;
+  bytesPerRow = (w * CGPixelFormatBytesPerPixel(f) + 15) & ~size_t{15};
+  data.reset(new (std::nothrow) uint8_t[bytesPerRow * h]);
+  return data != nullptr;
+}
+
+CGImageRef PixelBuffer::finish(CGColorSpaceRef space) {
+  return CGImage::create(width, height, bytesPerRow, format, std::move(space), std::move(data));
+}
+
+bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why) {
+  if (width == 0 || height == 0) {
+    why = "the picture has no pixels";
+    return false;
+  }
+  if (width > CGImage::kMaxPixels / height) {
+    why = "the picture is " + std::to_string(width) + " x " + std::to_string(height) + " pixels, more than the limit of " +
+          std::to_string(CGImage::kMaxPixels);
+    return false;
+  }
+  return true;
+}
+
+Value baseProperties(uint64_t width, uint64_t height) {
+  return Value{{"Orientation", 1}, {"PixelWidth", width}, {"PixelHeight", height}};
+}
+
+void logFailure(std::string_view verb, std::string_view name, std::string_view reason) {
+  std::string line = "[ImageIO] Could not ";
+  line.append(verb).append(" `").append(name).append("`: ").append(reason);
+  BVLog(line);
+}
+
+}  // namespace detail
+
+namespace {
+
+using detail::ReadMode;
+using detail::Source;
+
+enum class Format { Unknown, JPEG, PNG };
+
+Format sniff(const uint8_t* head, size_t size) {
+  static constexpr uint8_t kPNG[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  if (size >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) return Format::JPEG;
+  if (size >= 8 && std::memcmp(head, kPNG, 8) == 0) return Format::PNG;
+  return Format::Unknown;
+}
+
+// Reads with the decoder for the sniffed format; on failure logs the one line and gives false.
+bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMode mode, const DecodeOptions& options,
+             std::string_view name, DecodedImage& out) {
+  std::string why;
+  bool ok = false;
+  if (headSize == 0) {
+    why = "empty input";
+  } else {
+    switch (sniff(head, headSize)) {
+      case Format::JPEG: ok = detail::readJPEG(source, mode, options, out, why); break;
+      case Format::PNG: ok = detail::readPNG(source, mode, out, why); break;
+      case Format::Unknown: why = "unrecognised file format"; break;
+    }
+  }
+  if (!ok) detail::logFailure("read", name, why.empty() ? "unreadable data" : why);
+  return ok;
+}
+
+struct FileCloser {
+  void operator()(FILE* f) const { std::fclose(f); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+FilePtr openForReading(const std::string& path, std::string& why) {
+  FilePtr f(std::fopen(path.c_str(), "rb"));
+  if (!f) why = std::string("cannot open the file (") + std::strerror(errno) + ")";
+  return f;
+}
+
+bool readWholeFile(FILE* f, std::vector<uint8_t>& bytes, std::string& why) {
+  if (std::fseek(f, 0, SEEK_END) == 0) {
+    long size = std::ftell(f);
+    if (size > 0) bytes.reserve(static_cast<size_t>(size));
+    std::rewind(f);
+  }
+  uint8_t chunk[65536];
+  for (;;) {
+    size_t n = std::fread(chunk, 1, sizeof chunk, f);
+    bytes.insert(bytes.end(), chunk, chunk + n);
+    if (n < sizeof chunk) break;
+  }
+  if (std::ferror(f)) {
+    why = std::string("cannot read the file (") + std::strerror(errno) + ")";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const DecodeOptions& options,
+                                       std::string_view name) {
+  DecodedImage out;
+  if (!data) size = 0;
+  Source source{data, size, nullptr};
+  if (!readAny(source, data, size, ReadMode::Pixels, options, name, out)) return std::nullopt;
+  return out;
+}
+
+std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOptions& options) {
+  std::string why;
+  std::vector<uint8_t> bytes;
+  FilePtr f = openForReading(path, why);
+  if (!f || !readWholeFile(f.get(), bytes, why)) {
+    detail::logFailure("read", path, why);
+    return std::nullopt;
+  }
+  f.reset();
+  return decodeData(bytes.data(), bytes.size(), options, path);
+}
+
+std::optional<Value> readProperties(const std::string& path) {
+  std::string why;
+  FilePtr f = openForReading(path, why);
+  if (!f) {
+    detail::logFailure("read", path, why);
+    return std::nullopt;
+  }
+  uint8_t head[8];
+  size_t headSize = std::fread(head, 1, sizeof head, f.get());
+  std::rewind(f.get());
+  DecodedImage out;
+  Source source{nullptr, 0, f.get()};
+  if (!readAny(source, head, headSize, ReadMode::HeaderOnly, {}, path, out)) return std::nullopt;
+  return std::move(out.properties);
+}
+
+}  // namespace brenvia::imageio
