@@ -130,7 +130,8 @@ CGColorSpaceRef CGColorSpaceCreateWithICCData(const uint8_t* data, size_t size) 
   cmsHPROFILE p = cmsOpenProfileFromMem(data, static_cast<cmsUInt32Number>(size));
   if (!p) return nullptr;
   CGColorSpaceRef result;
-  cmsColorSpaceSignature space = cmsGetColorSpace(p);
+  // Kept as an integer: a damaged header may hold a value outside the enumeration.
+  cmsUInt32Number space = cmsGetColorSpace(p);
   std::vector<uint8_t> bytes(data, data + size);
   if (space == cmsSigGrayData) {
     result = std::make_shared<const CGColorSpace>("ICC gray", CGColorSpaceModel::Monochrome, Transfer::SRGB,
