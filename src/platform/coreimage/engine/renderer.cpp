@@ -2,6 +2,7 @@
 
 #include "platform/coreimage/engine/output_writer.h"
 #include "platform/coreimage/engine/stage.h"
+#include "platform/coreimage/engine/vector_clones.h"
 
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
@@ -14,19 +15,22 @@ namespace {
 
 using Matrix = std::array<float, 12>;
 
+BV_VECTOR_CLONES void matrixSpan(float* r, float* g, float* b, const float* a, int n, const float* m) {
+  for (int i = 0; i < n; ++i) {
+    float x = r[i], y = g[i], z = b[i], w = a[i];
+    r[i] = m[0] * x + m[1] * y + m[2] * z + m[3] * w;
+    g[i] = m[4] * x + m[5] * y + m[6] * z + m[7] * w;
+    b[i] = m[8] * x + m[9] * y + m[10] * z + m[11] * w;
+  }
+}
+
 // Several affine colour maps folded into one: rows r, g, b over columns r, g, b, a.
 class FoldedMatrixKernel final : public PointKernel {
  public:
   explicit FoldedMatrixKernel(const Matrix& m) : m_(m) {}
   std::string_view name() const override { return "folded matrix"; }
   void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    const Matrix& m = m_;
-    for (int i = 0; i < s.n; ++i) {
-      float r = s.r[i], g = s.g[i], b = s.b[i], a = s.a[i];
-      s.r[i] = m[0] * r + m[1] * g + m[2] * b + m[3] * a;
-      s.g[i] = m[4] * r + m[5] * g + m[6] * b + m[7] * a;
-      s.b[i] = m[8] * r + m[9] * g + m[10] * b + m[11] * a;
-    }
+    matrixSpan(s.r, s.g, s.b, s.a, s.n, m_.data());
   }
   std::optional<Matrix> premultipliedMatrix() const override { return m_; }
 

@@ -1,3 +1,4 @@
+#include "platform/coreimage/engine/fast_math.h"
 #include "platform/coreimage/ops/op_support.h"
 
 #include <algorithm>
@@ -28,11 +29,11 @@ class ToneCurve {
     const float b = std::clamp(base, 0.0f, 1.0f);
     float offset = 0;
     if (shadowSign_ != 0) {
-      float p = std::pow(b, shadowPower_);
+      float p = fast::signedPow(b, shadowPower_);
       offset += shadowSign_ * std::clamp(p - 0.76f * p * p - b, 0.0f, 1.0f);
     }
     if (highlights_) {
-      float p = std::pow(1 - b, highlightPower_);
+      float p = fast::signedPow(1 - b, highlightPower_);
       offset += std::clamp(1 - (p - 0.8f * p * p) - b, -1.0f, 0.0f);
     }
     return 1 + offset / std::max(base, 1e-4f);

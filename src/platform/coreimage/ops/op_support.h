@@ -2,6 +2,7 @@
 
 #include "platform/coreimage/ci_filter.h"
 #include "platform/coreimage/engine/kernel.h"
+#include "platform/coreimage/engine/vector_clones.h"
 
 #include <initializer_list>
 #include <string>

@@ -8,7 +8,31 @@ namespace {
 // A saturation boost that shrinks as the pixel's own saturation grows and is damped on skin-like
 // hues. The colour is clamped to [0.0001, 0.9999] for the maths; what lies outside is added back
 // afterwards. A channel's excursion from the grey is measured against those same bounds, so a
-// fully saturated colour has saturation exactly 1, where the boost vanishes.
+// fully saturated colour has saturation exactly 1, where the boost vanishes. The boost polynomial
+// in the saturation is p0 + p1·σ + p2·σ² + p3·σ³; it vanishes at σ = 1.
+BV_VECTOR_CLONES void vibranceSpan(float* sr, float* sg, float* sb, const float* sa, int n, float p0, float p1,
+                                   float p2, float p3) {
+  constexpr float lo = 0.0001f, hi = 0.9999f;
+  for (int i = 0; i < n; ++i) {
+    const float k = unpremultiplyFactor(sa[i]);
+    const float r = sr[i] * k, g = sg[i] * k, b = sb[i] * k;
+    const float vr = std::clamp(r, lo, hi), vg = std::clamp(g, lo, hi), vb = std::clamp(b, lo, hi);
+    const float grey = (vr + vg + vb) * (1.0f / 3.0f);
+    // Greys at the bounds have no excursion; the floor keeps 0/0 out of it.
+    const float aboveScale = 1.0f / std::max(hi - grey, 1e-6f), belowScale = 1.0f / std::max(grey - lo, 1e-6f);
+    const float er = std::max((vr - grey) * aboveScale, (grey - vr) * belowScale);
+    const float eg = std::max((vg - grey) * aboveScale, (grey - vg) * belowScale);
+    const float eb = std::max((vb - grey) * aboveScale, (grey - vb) * belowScale);
+    const float sat = std::max(er, std::max(eg, eb));
+    const float skin = std::clamp(4.0f * std::min(vr - vg, 2.0f * vg - vb) * (1.0f - er) / grey, 0.0f, 1.0f);
+    const float boost = (p0 + sat * (p1 + sat * (p2 + sat * p3))) * (0.85f - 0.7f * skin);
+    const float a = sa[i];
+    sr[i] = (std::clamp(vr + (vr - grey) * boost, 0.0f, 1.0f) + (r - vr)) * a;
+    sg[i] = (std::clamp(vg + (vg - grey) * boost, 0.0f, 1.0f) + (g - vg)) * a;
+    sb[i] = (std::clamp(vb + (vb - grey) * boost, 0.0f, 1.0f) + (b - vb)) * a;
+  }
+}
+
 class VibranceKernel final : public PointKernel {
  public:
   explicit VibranceKernel(double a)
@@ -17,31 +41,11 @@ class VibranceKernel final : public PointKernel {
         p2_(float(4.5 * a * a * a - 0.5 * a)),
         p3_(float(-4.5 * a * a * a + 4.5 * a * a - a)) {}
   std::string_view name() const override { return "CIVibrance"; }
-
   void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    constexpr float lo = 0.0001f, hi = 0.9999f;
-    for (int i = 0; i < s.n; ++i) {
-      const float k = unpremultiplyFactor(s.a[i]);
-      const float r = s.r[i] * k, g = s.g[i] * k, b = s.b[i] * k;
-      const float vr = std::clamp(r, lo, hi), vg = std::clamp(g, lo, hi), vb = std::clamp(b, lo, hi);
-      const float grey = (vr + vg + vb) * (1.0f / 3.0f);
-      // Greys at the bounds have no excursion; the floor keeps 0/0 out of it.
-      const float aboveScale = 1.0f / std::max(hi - grey, 1e-6f), belowScale = 1.0f / std::max(grey - lo, 1e-6f);
-      const float er = std::max((vr - grey) * aboveScale, (grey - vr) * belowScale);
-      const float eg = std::max((vg - grey) * aboveScale, (grey - vg) * belowScale);
-      const float eb = std::max((vb - grey) * aboveScale, (grey - vb) * belowScale);
-      const float sat = std::max(er, std::max(eg, eb));
-      const float skin = std::clamp(4.0f * std::min(vr - vg, 2.0f * vg - vb) * (1.0f - er) / grey, 0.0f, 1.0f);
-      const float boost = (p0_ + sat * (p1_ + sat * (p2_ + sat * p3_))) * (0.85f - 0.7f * skin);
-      const float a = s.a[i];
-      s.r[i] = (std::clamp(vr + (vr - grey) * boost, 0.0f, 1.0f) + (r - vr)) * a;
-      s.g[i] = (std::clamp(vg + (vg - grey) * boost, 0.0f, 1.0f) + (g - vg)) * a;
-      s.b[i] = (std::clamp(vb + (vb - grey) * boost, 0.0f, 1.0f) + (b - vb)) * a;
-    }
+    vibranceSpan(s.r, s.g, s.b, s.a, s.n, p0_, p1_, p2_, p3_);
   }
 
  private:
-  // The boost polynomial in the saturation: p0 + p1·σ + p2·σ² + p3·σ³; it vanishes at σ = 1.
   float p0_, p1_, p2_, p3_;
 };
 
