@@ -41,7 +41,7 @@ void OutputWriter::write(Span& s, uint8_t* dst) const {
       ByteOrder order = target_.format == OutputFormat::ARGB8   ? ByteOrder{1, 2, 3, 0}
                         : target_.format == OutputFormat::BGRA8 ? ByteOrder{2, 1, 0, 3}
                                                                 : ByteOrder{0, 1, 2, 3};
-      writeBytes(s.r, s.g, s.b, s.a, n, linearToSRGB_, srgbEncodeTable(), order, dst);
+      writeBytes(s.r, s.g, s.b, s.a, n, linearToSRGB_, order, dst);
       break;
     }
     case OutputFormat::RGBAh: {

@@ -1,7 +1,9 @@
 #include "platform/coreimage/engine/simd_output.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <vector>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "platform/coreimage/engine/simd_output.cpp"
@@ -12,19 +14,29 @@ HWY_BEFORE_NAMESPACE();
 namespace brenvia::ci::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+// One gather per channel: each entry packs the curve value (low 16 bits, fixed point over 65535)
+// and the step to the next entry (high 16 bits, 16 times finer).
 template <class D, class V>
-V encodeChannel(D d, V c, const float* table) {
+V encodeChannel(D d, V c, const uint32_t* table) {
   const hn::RebindToSigned<D> di;
   V t = hn::Mul(c, hn::Set(d, float(kEncodeTableSize)));
   auto i = hn::ConvertTo(di, t);
   V f = hn::Sub(t, hn::ConvertTo(d, i));
-  V v0 = hn::GatherIndex(d, table, i);
-  V v1 = hn::GatherIndex(d, table + 1, i);
-  return hn::MulAdd(hn::Sub(v1, v0), f, v0);
+  auto entry = hn::GatherIndex(di, reinterpret_cast<const int32_t*>(table), i);
+  V v0 = hn::ConvertTo(d, hn::And(entry, hn::Set(di, 0xffff)));
+  V step = hn::ConvertTo(d, hn::ShiftRight<16>(entry));
+  return hn::Mul(hn::MulAdd(step, hn::Mul(f, hn::Set(d, 1.0f / 16)), v0), hn::Set(d, 1.0f / 65535));
+}
+
+// 1/a to float precision without a division: the approximation refined by one Newton step.
+template <class D, class V>
+V reciprocal(D d, V a) {
+  V x = hn::ApproximateReciprocal(a);
+  return hn::Mul(x, hn::NegMulAdd(a, x, hn::Set(d, 2.0f)));
 }
 
 void WriteBytes(const float* r, const float* g, const float* b, const float* a, int n, bool encode,
-                const float* table, ByteOrder order, uint8_t* dst) {
+                const uint32_t* table, ByteOrder order, uint8_t* dst) {
   const hn::ScalableTag<float> d;
   const hn::RebindToSigned<decltype(d)> di;
   const size_t lanes = hn::Lanes(d);
@@ -36,7 +48,7 @@ void WriteBytes(const float* r, const float* g, const float* b, const float* a, 
     auto vg = hn::Max(hn::Min(hn::LoadU(d, g + i), va), zero);
     auto vb = hn::Max(hn::Min(hn::LoadU(d, b + i), va), zero);
     if (encode) {
-      auto inv = hn::IfThenElseZero(hn::Gt(va, zero), hn::Div(one, va));
+      auto inv = hn::IfThenElseZero(hn::Gt(va, zero), reciprocal(d, va));
       vr = hn::Mul(encodeChannel(d, hn::Min(hn::Mul(vr, inv), one), table), va);
       vg = hn::Mul(encodeChannel(d, hn::Min(hn::Mul(vg, inv), one), table), va);
       vb = hn::Mul(encodeChannel(d, hn::Min(hn::Mul(vb, inv), one), table), va);
@@ -61,12 +73,29 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 namespace brenvia::ci {
+namespace {
+
+const uint32_t* packedEncodeTable() {
+  static const std::vector<uint32_t> table = [] {
+    const float* curve = srgbEncodeTable();
+    std::vector<uint32_t> packed(kEncodeTableSize + 1);
+    for (int i = 0; i <= kEncodeTableSize; ++i) {
+      uint32_t value = uint32_t(std::lround(curve[i] * 65535.0));
+      uint32_t step = uint32_t(std::lround((curve[i + 1] - curve[i]) * 65535.0 * 16));
+      packed[size_t(i)] = value | (step << 16);
+    }
+    return packed;
+  }();
+  return table.data();
+}
+
+}  // namespace
 
 HWY_EXPORT(WriteBytes);
 
-void writeBytes(const float* r, const float* g, const float* b, const float* a, int n, bool encode,
-                const float* encodeTable, ByteOrder order, uint8_t* dst) {
-  HWY_DYNAMIC_DISPATCH(WriteBytes)(r, g, b, a, n, encode, encodeTable, order, dst);
+void writeBytes(const float* r, const float* g, const float* b, const float* a, int n, bool encode, ByteOrder order,
+                uint8_t* dst) {
+  HWY_DYNAMIC_DISPATCH(WriteBytes)(r, g, b, a, n, encode, packedEncodeTable(), order, dst);
 }
 
 }  // namespace brenvia::ci

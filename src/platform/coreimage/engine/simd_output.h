@@ -13,10 +13,10 @@ struct ByteOrder {
 
 // Writes n premultiplied pixels as 8-bit premultiplied bytes: alpha clamped to [0, 1], colour to
 // [0, alpha], rounded to nearest. With `encode`, colour is first taken from linear to the sRGB
-// curve through `encodeTable` (srgbEncodeTable()) on unpremultiplied values.
+// curve (by table interpolation) on unpremultiplied values.
 // The input arrays must be readable up to n rounded up to 16 (spans are). Runs the best vector
 // code the processor offers.
-void writeBytes(const float* r, const float* g, const float* b, const float* a, int n, bool encode,
-                const float* encodeTable, ByteOrder order, uint8_t* dst);
+void writeBytes(const float* r, const float* g, const float* b, const float* a, int n, bool encode, ByteOrder order,
+                uint8_t* dst);
 
 }  // namespace brenvia::ci
