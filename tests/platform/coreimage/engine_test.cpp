@@ -66,6 +66,14 @@ class MeanOfInput final : public ci::WholeImageKernel {
   }
 };
 
+// Leaves pixels alone and counts the spans it sees.
+class CountSpans final : public ci::PointKernel {
+ public:
+  mutable std::atomic<int> spans{0};
+  std::string_view name() const override { return "test count"; }
+  void apply(Span&, std::span<const Span* const>, const ci::RenderEnv&) const override { ++spans; }
+};
+
 CIImageRef noise(size_t w, size_t h) { return CIImage::imageWithCGImage(test::noiseBitmap(w, h)); }
 
 std::vector<float> renderWith(const CIImageRef& image, const CGRect& rect, int threads, int tile) {
@@ -100,6 +108,17 @@ TEST(Tiling, OutputDoesNotDependOnTileSizeOrThreads) {
   EXPECT_EQ(reference, renderWith(moved, rect, 2, 512));
   EXPECT_EQ(reference, renderWith(moved, rect, 2, 37));
   EXPECT_EQ(reference, renderWith(moved, rect, 1, 100));
+}
+
+TEST(Tiling, AnImageReadTwiceIsComputedOncePerSpan) {
+  auto counter = std::make_shared<CountSpans>();
+  auto source = noise(300, 20);
+  auto counted = CIImage::makePoint(counter, {source}, source->extent());
+  auto doubled = CIImage::makePoint(std::make_shared<Add>(), {counted, counted}, source->extent());
+  auto out = renderWith(doubled, CGRectMake(0, 0, 300, 20), 1, 512);
+  EXPECT_EQ(counter->spans.load(), 20 * 2);  // 20 rows of two spans (256 + 44 pixels)
+  auto single = renderWith(source, CGRectMake(0, 0, 300, 20), 1, 512);
+  EXPECT_FLOAT_EQ(out[100], 2 * single[100]);
 }
 
 TEST(Tiling, WholeImageKernelRunsOncePerRender) {

@@ -90,7 +90,11 @@ class Plan {
       case CIImage::Kind::Crop: stage = makeCropStage(image.rect()); break;
       case CIImage::Kind::Clamp: stage = makeClampStage(image.rect()); break;
     }
-    for (const CIImage* input : inputs) stage->inputs.push_back(build(*input));
+    for (const CIImage* input : inputs) {
+      Stage* built = build(*input);
+      ++built->consumers;
+      stage->inputs.push_back(built);
+    }
     stage->extent = PixelRect::covering(image.extent());
     stage->id = int(stages.size());
     stages.push_back(std::move(stage));
@@ -160,7 +164,7 @@ bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& 
           s.x = x;
           s.y = y;
           s.n = int(std::min<int64_t>(kSpan, t.maxX() - x));
-          plan.root->row(s, ts);
+          plan.root->read(s, ts);
           writer.write(s, line + size_t(x - rect.x) * pixelBytes);
         }
       }

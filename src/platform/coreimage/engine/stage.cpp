@@ -1,5 +1,6 @@
 #include "platform/coreimage/engine/stage.h"
 
+#include <cstring>
 #include <mutex>
 
 namespace brenvia::ci {
@@ -68,6 +69,22 @@ PlanarBuffer& TileState::buffer(int stage, size_t k) {
   return buffers[k];
 }
 
+void Stage::read(Span& s, TileState& ts) const {
+  if (consumers < 2 || needsPrepare() || isWholeImage()) return row(s, ts);
+  std::unique_ptr<Span>& last = ts.slots[size_t(id)].last;
+  if (last && last->x == s.x && last->y == s.y && last->n == s.n) {
+    size_t bytes = size_t(s.n) * sizeof(float);
+    std::memcpy(s.r, last->r, bytes);
+    std::memcpy(s.g, last->g, bytes);
+    std::memcpy(s.b, last->b, bytes);
+    std::memcpy(s.a, last->a, bytes);
+    return;
+  }
+  row(s, ts);
+  if (!last) last = std::make_unique<Span>();
+  *last = s;
+}
+
 void computeRois(const std::vector<std::unique_ptr<Stage>>& stages, const Stage& root, const PixelRect& rect,
                  TileState& ts, bool throughWholeImage) {
   for (int i = 0; i <= root.id; ++i) ts.slots[size_t(i)].roi = {};
@@ -99,7 +116,7 @@ void fillFromStage(const Stage& stage, const PlanarView& into, TileState& ts) {
       s.x = x;
       s.y = y;
       s.n = int(std::min<int64_t>(kSpan, rect.maxX() - x));
-      stage.row(s, ts);
+      stage.read(s, ts);
       into.write(s);
     }
   }

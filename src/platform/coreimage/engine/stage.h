@@ -19,6 +19,11 @@ class Stage {
   int id = 0;
   PixelRect extent;  // pixels outside read as transparent
   std::vector<Stage*> inputs;
+  int consumers = 0;  // stages that read this one
+
+  // Fill the span (x, y, n set by the caller). A stage read by several others keeps its last span
+  // so that the same pixels are not computed twice.
+  void read(Span& s, TileState& ts) const;
 
   // The part of input i that output rectangle r reads.
   virtual PixelRect inputRoi(int i, const PixelRect& r) const { return r; }
@@ -27,7 +32,7 @@ class Stage {
   virtual bool needsPrepare() const { return false; }
   // Fill this stage's buffers for its region of interest in ts.
   virtual void prepare(TileState& ts) const {}
-  // Fill the span (x, y, n set by the caller).
+  // Compute the span; callers go through read().
   virtual void row(Span& s, TileState& ts) const = 0;
 };
 
@@ -36,6 +41,7 @@ struct StageSlot {
   PixelRect roi;
   std::vector<PlanarBuffer> buffers;
   std::vector<std::unique_ptr<Span>> spans;
+  std::unique_ptr<Span> last;  // the last span of a stage with several consumers
 };
 
 // Everything one thread needs to render tiles of a plan; reused from tile to tile. Its buffers

@@ -48,7 +48,7 @@ class PointStage final : public Stage {
   PointStage(std::shared_ptr<const PointKernel> kernel, const RenderEnv& env) : kernel_(std::move(kernel)), env_(env) {}
 
   void row(Span& s, TileState& ts) const override {
-    if (!inputs.empty()) inputs[0]->row(s, ts);
+    if (!inputs.empty()) inputs[0]->read(s, ts);
     const Span* others[4] = {};
     size_t count = std::min<size_t>(inputs.size() > 0 ? inputs.size() - 1 : 0, 4);
     for (size_t k = 0; k < count; ++k) {
@@ -56,7 +56,7 @@ class PointStage final : public Stage {
       t.x = s.x;
       t.y = s.y;
       t.n = s.n;
-      inputs[k + 1]->row(t, ts);
+      inputs[k + 1]->read(t, ts);
       others[k] = &t;
     }
     kernel_->apply(s, std::span<const Span* const>(others, count), env_);
@@ -79,7 +79,7 @@ class CropStage final : public Stage {
     y1_ = lo(CGRectGetMaxY(r));
   }
   void row(Span& s, TileState& ts) const override {
-    inputs[0]->row(s, ts);
+    inputs[0]->read(s, ts);
     clipToExtent(s, PixelRect{x0_, y0_, x1_ - x0_, y1_ - y0_});
   }
 
@@ -104,7 +104,7 @@ class ClampStage final : public Stage {
     t.y = std::clamp(s.y, e_.y, e_.maxY() - 1);
     t.x = std::clamp(s.x, lo, hi);
     t.n = int(std::clamp(s.x + s.n - 1, lo, hi) - t.x + 1);
-    inputs[0]->row(t, ts);
+    inputs[0]->read(t, ts);
     for (int i = 0; i < s.n; ++i) {
       int k = int(std::clamp(s.x + i, lo, hi) - t.x);
       s.r[i] = t.r[k];
@@ -172,13 +172,76 @@ class TranslateStage final : public Stage {
   void row(Span& s, TileState& ts) const override {
     s.x -= dx_;
     s.y -= dy_;
-    inputs[0]->row(s, ts);
+    inputs[0]->read(s, ts);
     s.x += dx_;
     s.y += dy_;
   }
 
  private:
   int64_t dx_, dy_;
+};
+
+// A transform that shrinks by more than 2x. The input is first averaged over blocks of kx × ky
+// pixels that are fixed in the plane, and the reduced copy is then sampled bilinearly, so fine
+// detail does not alias and the result does not depend on the tiling.
+class ReducedAffineStage final : public Stage {
+ public:
+  ReducedAffineStage(const CGAffineTransform& t, int64_t kx, int64_t ky)
+      : inv_(CGAffineTransformInvert(t)), kx_(kx), ky_(ky) {}
+
+  PixelRect inputRoi(int, const PixelRect& r) const override {
+    PixelRect reduced = reducedRoi(r);
+    return {reduced.x * kx_, reduced.y * ky_, reduced.w * kx_, reduced.h * ky_};
+  }
+  bool needsPrepare() const override { return true; }
+  void prepare(TileState& ts) const override {
+    const Stage& input = *inputs[0];
+    const PixelRect roi = ts.slots[size_t(id)].roi;
+    PlanarBuffer& buffer = ts.buffer(id, 0);
+    buffer.reset(reducedRoi(roi));
+    const PlanarView& view = buffer.view();
+    for (int c = 0; c < 4; ++c) std::fill_n(view.plane[c], view.stride * size_t(view.rect.h), 0.0f);
+    const PixelRect rows = inputRoi(0, roi).intersect(ts.slots[size_t(input.id)].roi);
+    Span& s = ts.span(id, 1);
+    for (int64_t y = rows.y; y < rows.maxY(); ++y) {
+      for (int64_t x = rows.x; x < rows.maxX(); x += kSpan) {
+        s.x = x;
+        s.y = y;
+        s.n = int(std::min<int64_t>(kSpan, rows.maxX() - x));
+        input.row(s, ts);
+        addToReducedRow(s, kx_, floorDiv(y, ky_), view);
+      }
+    }
+    const float scale = 1.0f / float(kx_ * ky_);
+    for (int c = 0; c < 4; ++c) {
+      float* p = view.plane[c];
+      for (size_t i = 0, n = view.stride * size_t(view.rect.h); i < n; ++i) p[i] *= scale;
+    }
+  }
+  void row(Span& s, TileState& ts) const override {
+    alignas(64) float sx[kSpan], sy[kSpan];
+    const double py = double(s.y) + 0.5;
+    for (int i = 0; i < s.n; ++i) {
+      double px = double(s.x + i) + 0.5;
+      sx[i] = float((inv_.a * px + inv_.c * py + inv_.tx) / double(kx_));
+      sy[i] = float((inv_.b * px + inv_.d * py + inv_.ty) / double(ky_));
+    }
+    sampleBilinear(ts.buffer(id, 0).view(), sx, sy, s);
+    if (!spanInside(s, extent)) clipToExtent(s, extent);
+  }
+
+ private:
+  // The reduced pixels that output rectangle r samples, with the bilinear margin.
+  PixelRect reducedRoi(const PixelRect& r) const {
+    if (r.empty()) return {};
+    CGRect source = CGRectApplyAffineTransform(r.cgRect(), inv_);
+    CGRect reduced = CGRectMake(source.origin.x / double(kx_), source.origin.y / double(ky_),
+                                source.size.width / double(kx_), source.size.height / double(ky_));
+    return PixelRect::covering(reduced).outset(1, 1);
+  }
+
+  CGAffineTransform inv_;
+  int64_t kx_, ky_;
 };
 
 class RegionStage final : public Stage {
@@ -239,6 +302,13 @@ std::unique_ptr<Stage> makeTransformStage(const CGAffineTransform& t) {
   if (t.a == 1 && t.b == 0 && t.c == 0 && t.d == 1 && t.tx == std::round(t.tx) && t.ty == std::round(t.ty) &&
       std::abs(t.tx) < 1e15 && std::abs(t.ty) < 1e15)
     return std::make_unique<TranslateStage>(int64_t(t.tx), int64_t(t.ty));
+  // How far the source point moves along each source axis when the output point moves by one pixel.
+  CGAffineTransform inv = CGAffineTransformInvert(t);
+  double fx = std::hypot(inv.a, inv.c), fy = std::hypot(inv.b, inv.d);
+  if (fx > 2 || fy > 2) {
+    auto factor = [](double f) { return int64_t(std::clamp(std::floor(f), 1.0, 65536.0)); };
+    return std::make_unique<ReducedAffineStage>(t, factor(fx), factor(fy));
+  }
   return std::make_unique<WarpStage>(std::make_shared<AffineWarp>(t));
 }
 std::unique_ptr<Stage> makeCropStage(const CGRect& rect) { return std::make_unique<CropStage>(rect); }
