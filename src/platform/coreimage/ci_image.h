@@ -33,6 +33,11 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   // Infinite extent, one colour everywhere.
   static CIImageRef imageWithColor(const CIColor& color);
   static CIImageRef emptyImage();
+  // A decoded JPEG or PNG file, with its metadata as properties; orientation is not applied. A
+  // non-zero maxPixelSize lets the decoder give a smaller picture whose longer side is still at
+  // least that. Null (with one log line) when the file cannot be read.
+  static CIImageRef imageWithContentsOfFile(const std::string& path, size_t maxPixelSize = 0);
+  static CIImageRef imageWithData(const std::vector<uint8_t>& data, size_t maxPixelSize = 0);
 
   CIImageRef imageByApplyingTransform(const CGAffineTransform& t) const;
   CIImageRef imageByCroppingToRect(const CGRect& rect) const;
