@@ -32,11 +32,16 @@ size_t CGPixelFormatComponents(CGPixelFormat f) {
 
 bool CGPixelFormatHasAlpha(CGPixelFormat f) { return CGPixelFormatComponents(f) == 4; }
 
-std::shared_ptr<const CGImage> CGImage::create(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
-                                               CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data) {
-  if (width == 0 || height == 0 || !data) return nullptr;
-  if (width > kMaxPixels / height) return nullptr;
-  if (bytesPerRow < width * CGPixelFormatBytesPerPixel(format)) return nullptr;
+namespace {
+
+bool representable(size_t width, size_t height) {
+  return width > 0 && height > 0 && width <= CGImage::kMaxPixels / height;
+}
+
+}  // namespace
+
+std::shared_ptr<CGImage> CGImage::make(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
+                                       CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data) {
   auto image = std::shared_ptr<CGImage>(new CGImage());
   image->width_ = width;
   image->height_ = height;
@@ -47,20 +52,19 @@ std::shared_ptr<const CGImage> CGImage::create(size_t width, size_t height, size
   return image;
 }
 
+std::shared_ptr<const CGImage> CGImage::create(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
+                                               CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data) {
+  if (!data || !representable(width, height) || bytesPerRow < width * CGPixelFormatBytesPerPixel(format)) return nullptr;
+  return make(width, height, bytesPerRow, format, std::move(colorSpace), std::move(data));
+}
+
 std::shared_ptr<CGImage> CGImage::allocate(size_t width, size_t height, CGPixelFormat format,
                                            CGColorSpaceRef colorSpace) {
-  if (width == 0 || height == 0 || width > kMaxPixels / height) return nullptr;
+  if (!representable(width, height)) return nullptr;
   size_t bytesPerRow = (width * CGPixelFormatBytesPerPixel(format) + 15) & ~size_t{15};
   std::shared_ptr<uint8_t[]> data(new (std::nothrow) uint8_t[bytesPerRow * height]());
   if (!data) return nullptr;
-  auto image = std::shared_ptr<CGImage>(new CGImage());
-  image->width_ = width;
-  image->height_ = height;
-  image->bytesPerRow_ = bytesPerRow;
-  image->format_ = format;
-  image->colorSpace_ = std::move(colorSpace);
-  image->data_ = std::move(data);
-  return image;
+  return make(width, height, bytesPerRow, format, std::move(colorSpace), std::move(data));
 }
 
 }  // namespace brenvia

@@ -54,6 +54,8 @@ class CGImage {
 
  private:
   CGImage() = default;
+  static std::shared_ptr<CGImage> make(size_t width, size_t height, size_t bytesPerRow, CGPixelFormat format,
+                                       CGColorSpaceRef colorSpace, std::shared_ptr<const uint8_t[]> data);
   size_t width_ = 0, height_ = 0, bytesPerRow_ = 0;
   CGPixelFormat format_ = CGPixelFormat::RGBA8;
   CGColorSpaceRef colorSpace_;

@@ -44,10 +44,6 @@ class ToneCurve {
   bool highlights_;
 };
 
-float luma(const Span& s, int i) {
-  return (0.2126f * s.r[i] + 0.7152f * s.g[i] + 0.0722f * s.b[i]) * unpremultiplyFactor(s.a[i]);
-}
-
 // Radius 0: the base is the pixel's own luma.
 class PointToneKernel final : public PointKernel {
  public:
@@ -55,26 +51,13 @@ class PointToneKernel final : public PointKernel {
   std::string_view name() const override { return "CIHighlightShadowAdjust"; }
   void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
     for (int i = 0; i < s.n; ++i) {
-      float g = curve_.gain(luma(s, i));
+      float g = curve_.gain(unpremultipliedLuma(s, i));
       s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
     }
   }
 
  private:
   ToneCurve curve_;
-};
-
-// The luma plane the blurred base is made from, as opaque grey.
-class LumaKernel final : public PointKernel {
- public:
-  std::string_view name() const override { return "CIHighlightShadowAdjust luma"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) {
-      float y = luma(s, i);
-      s.r[i] = s.g[i] = s.b[i] = y;
-      s.a[i] = 1;
-    }
-  }
 };
 
 // The base comes from the second input, the blurred luma plane.
@@ -113,9 +96,8 @@ void registerHighlightShadowAdjust() {
         if (!(radius > 0) || ToneCurve::isNeutral(shadow, highlight))
           return CIImage::makePoint(std::make_shared<PointToneKernel>(curve), {input}, input->extent());
         // The luma plane is clamped before blurring so the base does not darken towards the edges.
-        CIImageRef lumaPlane = CIImage::makePoint(std::make_shared<LumaKernel>(), {input}, input->extent());
         CIImageRef base =
-            lumaPlane->imageByClampingToExtent()->imageByApplyingFilter("CIGaussianBlur", {{"inputRadius", radius}});
+            lumaPlane(input)->imageByClampingToExtent()->imageByApplyingFilter("CIGaussianBlur", {{"inputRadius", radius}});
         if (!base) return nullptr;
         return CIImage::makePoint(std::make_shared<BlurredToneKernel>(curve), {input, base}, input->extent());
       });

@@ -37,6 +37,14 @@ inline std::vector<std::string> builtinCategories(std::initializer_list<std::str
 // Straight colour of a premultiplied pixel; zero where alpha is zero.
 inline float unpremultiplyFactor(float a) { return a > 0 ? 1.0f / a : 0.0f; }
 
+// Rec. 709 luma of the unpremultiplied colour of pixel i.
+inline float unpremultipliedLuma(const Span& s, int i) {
+  return (0.2126f * s.r[i] + 0.7152f * s.g[i] + 0.0722f * s.b[i]) * unpremultiplyFactor(s.a[i]);
+}
+
+// The unpremultiplied luma of an image as an opaque grey picture (for blurring a luma plane).
+CIImageRef lumaPlane(const CIImageRef& image);
+
 // Registration of the platform operations, one function per family of operations.
 void registerColorAdjustmentOperations();
 void registerCompositingOperations();
