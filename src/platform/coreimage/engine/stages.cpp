@@ -208,7 +208,7 @@ class ReducedAffineStage final : public Stage {
         s.x = x;
         s.y = y;
         s.n = int(std::min<int64_t>(kSpan, rows.maxX() - x));
-        input.row(s, ts);
+        input.read(s, ts);
         addToReducedRow(s, kx_, floorDiv(y, ky_), view);
       }
     }

@@ -2,6 +2,24 @@
 
 namespace brenvia::ci {
 
-void registerBlurOperations() {}
+void registerGaussianBlur();
+void registerBoxBlur();
+void registerDiscBlur();
+void registerMotionBlur();
+void registerZoomBlur();
+void registerConvolution3X3();
+void registerSharpenLuminance();
+void registerUnsharpMask();
+
+void registerBlurOperations() {
+  registerGaussianBlur();
+  registerBoxBlur();
+  registerDiscBlur();
+  registerMotionBlur();
+  registerZoomBlur();
+  registerConvolution3X3();
+  registerSharpenLuminance();
+  registerUnsharpMask();
+}
 
 }  // namespace brenvia::ci

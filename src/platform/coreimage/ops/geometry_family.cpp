@@ -2,6 +2,20 @@
 
 namespace brenvia::ci {
 
-void registerGeometryOperations() {}
+void registerAffineTransform();
+void registerCrop();
+void registerAffineClamp();
+void registerStraightenFilter();
+void registerPerspectiveTransform();
+void registerPerspectiveCorrection();
+
+void registerGeometryOperations() {
+  registerAffineTransform();
+  registerCrop();
+  registerAffineClamp();
+  registerStraightenFilter();
+  registerPerspectiveTransform();
+  registerPerspectiveCorrection();
+}
 
 }  // namespace brenvia::ci

@@ -1,0 +1,237 @@
+#include "blur_and_geometry_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numbers>
+
+namespace brenvia {
+namespace {
+
+using test::Pixel;
+
+std::vector<std::string> keys(std::string_view name) { return CIFilter::filterWithName(name)->inputKeys(); }
+
+// The source point a pixel of a transformed coordinate image read (its red and green).
+CGPoint readPoint(const test::Rendered& r, int x, int y) { return {r.at(x, y)[0], r.at(x, y)[1]}; }
+
+void expectPoint(CGPoint got, CGPoint want, const char* what) {
+  EXPECT_NEAR(got.x, want.x, 2e-3) << what;
+  EXPECT_NEAR(got.y, want.y, 2e-3) << what;
+}
+
+TEST(GeometryOperations, InputKeysAndMissingImage) {
+  EXPECT_EQ(keys("CIAffineTransform"), (std::vector<std::string>{"inputImage", "inputTransform"}));
+  EXPECT_EQ(keys("CICrop"), (std::vector<std::string>{"inputImage", "inputRectangle"}));
+  EXPECT_EQ(keys("CIAffineClamp"), (std::vector<std::string>{"inputImage", "inputTransform"}));
+  EXPECT_EQ(keys("CIStraightenFilter"), (std::vector<std::string>{"inputImage", "inputAngle"}));
+  const std::vector<std::string> corners{"inputImage", "inputTopLeft", "inputTopRight", "inputBottomRight",
+                                         "inputBottomLeft"};
+  EXPECT_EQ(keys("CIPerspectiveTransform"), corners);
+  auto correction = corners;
+  correction.push_back("inputCrop");
+  EXPECT_EQ(keys("CIPerspectiveCorrection"), correction);
+  EXPECT_TRUE(CIFilter::filterWithName("CIPerspectiveCorrection")->boolean("inputCrop"));
+  for (auto name : {"CIAffineTransform", "CICrop", "CIAffineClamp", "CIStraightenFilter", "CIPerspectiveTransform",
+                    "CIPerspectiveCorrection"}) {
+    EXPECT_EQ(CIFilter::filterWithName(name)->outputImage(), nullptr) << name;
+  }
+}
+
+TEST(CIAffineTransform, SamplesTheInverseMappedPoint) {
+  auto image = test::coordinateImage(60, 40);
+  CGAffineTransform t =
+      CGAffineTransformConcat(CGAffineTransformMakeRotation(0.3), CGAffineTransformMakeScale(1.3, 0.8));
+  t.tx = 7.25;
+  auto out = image->imageByApplyingFilter("CIAffineTransform", {{"inputTransform", t}});
+  // The extent is the exact bounding box, not rounded out.
+  EXPECT_TRUE(CGRectEqualToRect(out->extent(), CGRectApplyAffineTransform(image->extent(), t)));
+  auto r = test::render(out, CGRectIntegral(out->extent()));
+  CGAffineTransform inverse = CGAffineTransformInvert(t);
+  for (auto [x, y] : {std::pair{20, 20}, std::pair{35, 30}, std::pair{10, 15}}) {
+    expectPoint(readPoint(r, x, y), CGPointApplyAffineTransform({x + 0.5, y + 0.5}, inverse), "rotated and scaled");
+  }
+}
+
+TEST(CIAffineTransform, WholePixelMovesAreExactAndOthersBlendTheBorder) {
+  auto image = test::noiseImage(20, 10);
+  auto moved = image->imageByApplyingTransform(CGAffineTransformMakeTranslation(3, -2));
+  auto a = test::render(image, image->extent()), b = test::render(moved, moved->extent());
+  for (int y = 0; y < 10; ++y)
+    for (int x = 0; x < 20; ++x) ASSERT_EQ(a.at(x, y), b.at(x + 3, y - 2));
+  // Half a pixel to the right: the first column is half covered.
+  auto opaque = test::floatImage(4, 4, [](int, int) { return Pixel{1, 1, 1, 1}; });
+  auto half = test::render(opaque->imageByApplyingTransform(CGAffineTransformMakeTranslation(0.5, 0)),
+                           CGRectMake(0, 0, 5, 4));
+  EXPECT_FLOAT_EQ(half.at(0, 1)[3], 0.5f);
+  EXPECT_FLOAT_EQ(half.at(2, 1)[3], 1.0f);
+  EXPECT_FLOAT_EQ(half.at(4, 1)[3], 0.5f);
+  // A singular transform leaves nothing.
+  EXPECT_TRUE(CGRectIsEmpty(image->imageByApplyingTransform(CGAffineTransformMakeScale(0, 1))->extent()));
+}
+
+// Shrinking by more than 2x averages areas: a one-pixel checkerboard becomes flat grey instead of
+// aliasing, a ramp keeps its geometry, and tiling does not change a bit.
+TEST(CIAffineTransform, StrongReductionAveragesAreas) {
+  auto checker =
+      test::floatImage(96, 96, [](int x, int y) { return (x + y) % 2 ? Pixel{1, 1, 1, 1} : Pixel{0, 0, 0, 1}; });
+  for (double s : {0.25, 0.3, 0.1}) {
+    auto small = checker->imageByApplyingTransform(CGAffineTransformMakeScale(s, s));
+    auto r = test::render(small, CGRectIntegral(small->extent()));
+    const int inner = int(96 * s) - 2;
+    for (int y = 1; y < inner; ++y)
+      for (int x = 1; x < inner; ++x) ASSERT_NEAR(r.at(x, y)[0], 0.5, 0.07) << "scale " << s << " at " << x << "," << y;
+  }
+  auto ramp = test::coordinateImage(200, 120);
+  CGAffineTransform t = CGAffineTransformMakeScale(0.25, 0.2);
+  auto small = ramp->imageByApplyingTransform(t);
+  auto r = test::render(small, CGRectIntegral(small->extent()));
+  for (auto [x, y] : {std::pair{10, 10}, std::pair{40, 20}, std::pair{25, 5}}) {
+    expectPoint(readPoint(r, x, y), CGPointApplyAffineTransform({x + 0.5, y + 0.5}, CGAffineTransformInvert(t)),
+                "reduced ramp");
+  }
+  auto rotated = test::noiseImage(300, 200)->imageByApplyingTransform(
+      CGAffineTransformConcat(CGAffineTransformMakeRotation(0.4), CGAffineTransformMakeScale(0.15, 0.15)));
+  CGRect rect = CGRectIntegral(rotated->extent());
+  auto with = [&](int tile, int threads) {
+    CIContextOptions o = test::unmanaged();
+    o.tileSize = tile;
+    o.threads = threads;
+    return test::renderFloat(rotated, rect, o);
+  };
+  auto a = with(512, 1), b = with(16, 2);
+  EXPECT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(float)), 0);
+}
+
+TEST(CICrop, KeepsPixelsWhoseCentresAreInside) {
+  auto image = test::noiseImage(10, 10);
+  auto cropped = image->imageByApplyingFilter("CICrop", {{"inputRectangle", CIVector{1.5, 2, 3, 5}}});
+  EXPECT_TRUE(CGRectEqualToRect(cropped->extent(), CGRectMake(1.5, 2, 3, 5)));
+  auto a = test::render(image, image->extent()), b = test::render(cropped, image->extent());
+  for (int y = 0; y < 10; ++y) {
+    for (int x = 0; x < 10; ++x) {
+      bool inside = x >= 1 && x <= 3 && y >= 2 && y <= 6;
+      ASSERT_EQ(b.at(x, y), inside ? a.at(x, y) : Pixel{}) << x << "," << y;
+    }
+  }
+  // The default rectangle is the whole plane.
+  EXPECT_TRUE(CGRectEqualToRect(image->imageByApplyingFilter("CICrop")->extent(), image->extent()));
+}
+
+TEST(CIAffineClamp, ExtendsTheEdgePixels) {
+  auto image = test::noiseImage(10, 10);
+  auto clamped = image->imageByApplyingFilter("CIAffineClamp");
+  EXPECT_TRUE(CGRectIsInfinite(clamped->extent()));
+  auto source = test::render(image, image->extent());
+  // The pixel whose centre is (−5.5, 3.5), and the point (−5, 3.5) itself, read pixel (0, 3).
+  auto left = test::render(clamped, CGRectMake(-6, 3, 1, 1));
+  EXPECT_EQ(left.at(-6, 3), source.at(0, 3));
+  auto shifted = test::render(clamped->imageByApplyingTransform(CGAffineTransformMakeTranslation(0.5, 0)),
+                              CGRectMake(-5, 3, 1, 1));
+  for (size_t c = 0; c < 4; ++c) EXPECT_FLOAT_EQ(shifted.at(-5, 3)[c], source.at(0, 3)[c]);
+  auto corner = test::render(clamped, CGRectMake(20, -7, 1, 1));
+  EXPECT_EQ(corner.at(20, -7), source.at(9, 0));
+  // Another transform clamps first, then transforms.
+  auto doubled = image->imageByApplyingFilter("CIAffineClamp", {{"inputTransform", CGAffineTransformMakeScale(2, 2)}});
+  auto far = test::render(doubled, CGRectMake(50, -20, 1, 1));
+  for (size_t c = 0; c < 4; ++c) EXPECT_NEAR(far.at(50, -20)[c], source.at(9, 0)[c], 1e-6);
+  EXPECT_TRUE(CGRectIsEmpty(CIImage::emptyImage()->imageByApplyingFilter("CIAffineClamp")->extent()));
+}
+
+TEST(CIStraightenFilter, RotatesAboutTheCentreAndEnlargesToCover) {
+  auto image = test::coordinateImage(200, 100);
+  const double angle = std::numbers::pi / 4;
+  auto out = image->imageByApplyingFilter("CIStraightenFilter", {{"inputAngle", angle}});
+  EXPECT_TRUE(CGRectEqualToRect(out->extent(), image->extent()));
+  auto r = test::render(out, image->extent());
+  // 0.7071·(1 + 200/100) = 2.1213.
+  const double scale = 2.1213203435596424, c = std::cos(angle), s = std::sin(angle);
+  for (auto [x, y] : {std::pair{110, 50}, std::pair{150, 80}, std::pair{30, 10}, std::pair{190, 8}}) {
+    double dx = x + 0.5 - 100, dy = y + 0.5 - 50;
+    expectPoint(readPoint(r, x, y), {100 + (c * dx + s * dy) / scale, 50 + (-s * dx + c * dy) / scale}, "straightened");
+  }
+  EXPECT_EQ(image->imageByApplyingFilter("CIStraightenFilter", {{"inputAngle", 0.0}}), image);
+}
+
+// Heckbert's square-to-quad map of the four points, written out independently of the operation.
+CGPoint squareToQuad(const std::array<CGPoint, 4>& p, double u, double v) {  // p: bl, br, tr, tl
+  double sx = p[0].x - p[1].x + p[2].x - p[3].x, sy = p[0].y - p[1].y + p[2].y - p[3].y;
+  double dx1 = p[1].x - p[2].x, dx2 = p[3].x - p[2].x, dy1 = p[1].y - p[2].y, dy2 = p[3].y - p[2].y;
+  double den = dx1 * dy2 - dy1 * dx2;
+  double g = (sx * dy2 - sy * dx2) / den, h = (dx1 * sy - dy1 * sx) / den;
+  double w = g * u + h * v + 1;
+  return {((p[1].x - p[0].x + g * p[1].x) * u + (p[3].x - p[0].x + h * p[3].x) * v + p[0].x) / w,
+          ((p[1].y - p[0].y + g * p[1].y) * u + (p[3].y - p[0].y + h * p[3].y) * v + p[0].y) / w};
+}
+
+// (u, v) with squareToQuad(u, v) = q, by Newton's method.
+CGPoint quadToSquare(const std::array<CGPoint, 4>& p, CGPoint q) {
+  CGPoint uv{0.5, 0.5};
+  for (int i = 0; i < 50; ++i) {
+    CGPoint f = squareToQuad(p, uv.x, uv.y);
+    CGPoint fu = squareToQuad(p, uv.x + 1e-7, uv.y), fv = squareToQuad(p, uv.x, uv.y + 1e-7);
+    double a = (fu.x - f.x) / 1e-7, b = (fv.x - f.x) / 1e-7, c = (fu.y - f.y) / 1e-7, d = (fv.y - f.y) / 1e-7;
+    double ex = q.x - f.x, ey = q.y - f.y, det = a * d - b * c;
+    uv.x += (d * ex - b * ey) / det;
+    uv.y += (a * ey - c * ex) / det;
+  }
+  return uv;
+}
+
+CIFilterParameters cornerParameters(const std::array<CGPoint, 4>& p) {
+  return {{"inputBottomLeft", CIVector{p[0].x, p[0].y}},
+          {"inputBottomRight", CIVector{p[1].x, p[1].y}},
+          {"inputTopRight", CIVector{p[2].x, p[2].y}},
+          {"inputTopLeft", CIVector{p[3].x, p[3].y}}};
+}
+
+TEST(CIPerspectiveTransform, MovesTheCornersToThePoints) {
+  auto noise = test::noiseImage(40, 30);
+  auto same =
+      noise->imageByApplyingFilter("CIPerspectiveTransform", cornerParameters({{{0, 0}, {40, 0}, {40, 30}, {0, 30}}}));
+  EXPECT_TRUE(CGRectEqualToRect(same->extent(), noise->extent()));
+  auto a = test::render(noise, noise->extent()), b = test::render(same, noise->extent());
+  for (int y = 0; y < 30; ++y)
+    for (int x = 0; x < 40; ++x)
+      for (size_t c = 0; c < 4; ++c) ASSERT_NEAR(a.at(x, y)[c], b.at(x, y)[c], 1e-4);
+
+  auto image = test::coordinateImage(100, 80);
+  const std::array<CGPoint, 4> quad{{{20, 10}, {170, 30}, {150, 120}, {10, 90}}};
+  auto out = image->imageByApplyingFilter("CIPerspectiveTransform", cornerParameters(quad));
+  EXPECT_TRUE(CGRectEqualToRect(out->extent(), CGRectMake(10, 10, 160, 110)));
+  auto r = test::render(out, out->extent());
+  for (auto [x, y] : {std::pair{60, 50}, std::pair{120, 40}, std::pair{30, 80}}) {
+    CGPoint uv = quadToSquare(quad, {x + 0.5, y + 0.5});
+    expectPoint(readPoint(r, x, y), {uv.x * 100, uv.y * 80}, "perspective");
+  }
+}
+
+TEST(CIPerspectiveCorrection, MapsTheQuadrilateralToARectangle) {
+  auto image = test::coordinateImage(200, 160);
+  const std::array<CGPoint, 4> quad{{{30, 20}, {170, 35}, {150, 140}, {40, 120}}};
+  auto out = image->imageByApplyingFilter("CIPerspectiveCorrection", cornerParameters(quad));
+  const double w = std::max(std::hypot(110.0, 20.0), std::hypot(140.0, 15.0));
+  const double h = std::max(std::hypot(10.0, 100.0), std::hypot(20.0, 105.0));
+  const CGRect expected = CGRectMake(30, 20, w, h);
+  ASSERT_TRUE(CGRectEqualToRect(out->extent(), expected)) << NSStringFromCGRect(out->extent());
+  auto r = test::render(out, CGRectMake(30, 20, 140, 100));
+  for (auto [x, y] : {std::pair{40, 30}, std::pair{100, 70}, std::pair{160, 110}}) {
+    expectPoint(readPoint(r, x, y), squareToQuad(quad, (x + 0.5 - 30) / w, (y + 0.5 - 20) / h), "corrected");
+  }
+  // Without the crop the whole input is warped: the extent bounds the images of its corners.
+  auto params = cornerParameters(quad);
+  params["inputCrop"] = false;
+  CGRect whole = image->imageByApplyingFilter("CIPerspectiveCorrection", params)->extent();
+  for (CGPoint corner : {CGPoint{0, 0}, CGPoint{200, 0}, CGPoint{200, 160}, CGPoint{0, 160}}) {
+    CGPoint uv = quadToSquare(quad, corner);
+    CGPoint p{30 + uv.x * w, 20 + uv.y * h};
+    EXPECT_GE(p.x, CGRectGetMinX(whole) - 1e-6);
+    EXPECT_LE(p.x, CGRectGetMaxX(whole) + 1e-6);
+    EXPECT_GE(p.y, CGRectGetMinY(whole) - 1e-6);
+    EXPECT_LE(p.y, CGRectGetMaxY(whole) + 1e-6);
+  }
+  EXPECT_GT(CGRectGetWidth(whole), w);
+}
+
+}  // namespace
+}  // namespace brenvia
