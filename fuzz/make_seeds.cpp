@@ -1,8 +1,13 @@
-// Writes seed corpora for the decoder fuzz targets: <folder>/jpeg and <folder>/png, each a set of
-// small valid files. Layouts our encoders do not produce (progressive and arithmetic JPEG, CMYK,
-// restart markers, palettes, low bit depths, interlacing) are written with libjpeg and libspng.
+// Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list and
+// <folder>/keyed_archive, each a set of small valid files. Layouts our encoders do not produce
+// (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths, interlacing)
+// are written with libjpeg and libspng.
 
+#include "platform/foundation/keyed_archive.h"
+#include "platform/foundation/property_list.h"
 #include "platform/imageio/image_io.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -122,6 +127,33 @@ std::vector<uint8_t> libspngFile(uint8_t colorType, uint8_t depth, bool interlac
   return bytes;
 }
 
+// The record the keyed-archive target registers, with every kind of field filled in.
+struct FuzzRecord : BVCoding {
+  std::shared_ptr<const FuzzRecord> child;
+  std::string className() const override { return "BVFuzzRecord"; }
+  void encodeWithCoder(BVKeyedArchiver& coder) const override {
+    coder.encodeDouble(0.35, "amount");
+    coder.encodeInteger(-1, "count");
+    coder.encodeBool(true, "enabled");
+    coder.encodeCGPoint({12.5, -3}, "center");
+    coder.encodeObject(Value{{"type", "adjustment"}, {"saturation", 1.2}, {"tags", {"grain", "frame"}}}, "settings");
+    coder.encodeObject(child, "child");
+  }
+};
+
+void writeArchiveSeeds() {
+  // A recipe as a user would give one: an array of parameter dictionaries.
+  Value recipe = Value::array({{{"type", "adjustment"}, {"exposure", 0.3}, {"useVibrance", true}},
+                               {{"type", "image"}, {"image", "grain"}, {"alpha", 0.35}, {"tags", {"grain"}}}});
+  save("property_list", "recipe.bplist", BVPropertyListWrite(recipe, BVPropertyListFormat::Binary));
+  save("property_list", "recipe.plist", BVPropertyListWrite(recipe, BVPropertyListFormat::XML));
+  auto inner = std::make_shared<FuzzRecord>();
+  FuzzRecord outer;
+  outer.child = inner;
+  save("keyed_archive", "nested.bplist", BVKeyedArchiver::archivedData(outer, BVPropertyListFormat::Binary));
+  save("keyed_archive", "nested.plist", BVKeyedArchiver::archivedData(outer, BVPropertyListFormat::XML));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -173,5 +205,6 @@ int main(int argc, char** argv) {
   save("png", "gray_alpha16_interlaced.png", libspngFile(SPNG_COLOR_TYPE_GRAYSCALE_ALPHA, 16, true, false));
   save("png", "rgb_trns.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR, 8, false, true));
   save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
+  writeArchiveSeeds();
   return 0;
 }

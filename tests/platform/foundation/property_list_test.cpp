@@ -79,7 +79,6 @@ TEST(PropertyList, NumbersBeyondSignedRangeAreWrittenAsReals) {
 
 TEST(PropertyList, ReadsHandWrittenXML) {
   const char* xml = R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
 <dict>
   <key>name</key><string>Fade &amp; grain</string>
