@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/foundation/value.h"
+#include "platform/geometry/geometry.h"
+
+#include <memory>
+#include <vector>
+
+namespace brenvia {
+
+class BVFilter;
+class BVInput;
+class CIContext;
+
+// What a filter sees of the processor that runs it.
+class BVProcessing {
+ public:
+  virtual ~BVProcessing() = default;
+  // The drawing context of the run.
+  virtual std::shared_ptr<CIContext> context() const = 0;
+  // The user inputs of the run, or null.
+  virtual std::shared_ptr<BVInput> input() const = 0;
+  // Values filters report back to the caller (a dictionary), or null.
+  virtual Value output() const = 0;
+  // The part of the canvas being processed.
+  virtual CGRect processingRect() const = 0;
+  virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
+};
+
+}  // namespace brenvia

@@ -1,0 +1,50 @@
+#include "processor/input.h"
+
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace brenvia {
+namespace {
+
+TEST(BVInputRecord, DefaultsSliderNumbersAndCopies) {
+  BVInput input;
+  EXPECT_FALSE(input.sliderNumber());
+  EXPECT_FALSE(input.blurSliderNumber());
+  EXPECT_EQ(input.blurSliderMinMultiplier, 0.25);
+  EXPECT_EQ(input.blurSliderMaxMultiplier, 1.75);
+  EXPECT_FALSE(input.alphaSliders || input.disableTags || input.otherInput);
+  EXPECT_EQ(BVInput::initWithSlider(0.3)->sliderNumber(), 0.3);
+
+  input.setBlurSliderNumber(0.1);
+  EXPECT_EQ(input.blurSliderNumber(), double(0.1f));
+  input.setBlurSliderNumber(std::nullopt);
+  EXPECT_EQ(input.blurSliderNumber(), double(0.1f));
+
+  input.disableTags = std::vector<std::string>{"grain"};
+  input.alphaSliders = std::map<std::string, double>{{"texture", 0.5}};
+  auto copy = input.copy();
+  input.disableTags->push_back("frame");
+  EXPECT_EQ(copy->disableTags, std::vector<std::string>{"grain"});
+  EXPECT_EQ(copy->alphaSliders->at("texture"), 0.5);
+  EXPECT_EQ(copy->blurSliderNumber(), double(0.1f));
+}
+
+TEST(BVInputRecord, OtherInputTakesOnlyInputValues) {
+  BVInput input;
+  EXPECT_FALSE(input.otherInputValueForKey(BVInputLocationName));
+  input.setOtherInputFromDictionary({{"imageGrainZoom", 2}, {"stale", "x"}});
+
+  test::LogCapture log;
+  input.setOtherInputFromDictionary({{"locationName", "Quay"}, {"imageGrainZoom", 1.5}, {"faces", {1, 2}}});
+  EXPECT_EQ(log.lines, std::vector<std::string>{
+                           "[BVInput] Cannot set `faces` to [1,2]; value does not conform to `BVInputValue`!"});
+  EXPECT_EQ(input.otherInputValueForKey(BVInputLocationName), BVInputValue(std::string("Quay")));
+  EXPECT_EQ(input.otherInputValueForKey(BVInputImageGrainZoom), BVInputValue(1.5));
+  EXPECT_FALSE(input.otherInputValueForKey("stale"));
+  EXPECT_FALSE(input.otherInputValueForKey("faces"));
+}
+
+}  // namespace
+}  // namespace brenvia
