@@ -1,4 +1,5 @@
 #include "platform/coreimage/ops/op_support.h"
+#include "platform/coreimage/ops/segment_sums.h"
 #include "platform/coreimage/engine/sampling.h"
 
 #include <cmath>
@@ -43,7 +44,7 @@ class BoxBlurKernel final : public RegionKernel {
     for (int c = 0; c < 4; ++c) {
       for (size_t j = 0; j < rows; ++j) {
         const float* v = in.row(c, in.rect.y + int64_t(j));
-        segmentPrefix(v, size_t(in.rect.w), rowPrefix.data(), rowTotals.data());
+        segmentPrefix(v, size_t(in.rect.w), size_t(segment_), rowPrefix.data(), rowTotals.data());
         float* dst = across.data() + j * w;
         for (size_t x = 0; x < w; ++x) {
           int64_t at = first + int64_t(x);
@@ -87,19 +88,6 @@ class BoxBlurKernel final : public RegionKernel {
   }
 
  private:
-  // prefix[i] = sum of v from the start of i's segment up to i − 1; totals[s] = sum of segment s.
-  void segmentPrefix(const float* v, size_t n, float* prefix, float* totals) const {
-    const size_t segment = size_t(segment_);
-    prefix[0] = 0;
-    for (size_t i = 0; i < n; ++i) {
-      float next = prefix[i] + v[i];
-      if ((i + 1) % segment == 0) {
-        totals[i / segment] = next;
-        next = 0;
-      }
-      prefix[i + 1] = next;
-    }
-  }
   // Sum of v over [a, b), b − a ≤ segment.
   float windowSum(const float* prefix, const float* totals, int64_t a, int64_t b) const {
     float sum = prefix[b] - prefix[a];

@@ -1,4 +1,5 @@
 #include "platform/coreimage/ops/op_support.h"
+#include "platform/coreimage/ops/segment_sums.h"
 #include "platform/coreimage/engine/sampling.h"
 
 #include <cmath>
@@ -50,7 +51,7 @@ class DiscBlurKernel final : public RegionKernel {
     const int64_t first = r.x - in.rect.x;  // first output column in an input row
     for (int c = 0; c < 4; ++c) {
       for (int64_t j = 0; j < in.rect.h; ++j) {
-        segmentPrefix(in.row(c, in.rect.y + j), width, &prefix[size_t(j) * (width + 1)], &totals[size_t(j) * segments]);
+        segmentPrefix(in.row(c, in.rect.y + j), width, size_t(segment_), &prefix[size_t(j) * (width + 1)], &totals[size_t(j) * segments]);
       }
       for (int64_t y = 0; y < r.h; ++y) {
         float* acc = out.row(c, r.y + y);
@@ -82,20 +83,6 @@ class DiscBlurKernel final : public RegionKernel {
     int64_t half;
     std::vector<Tap> rim;
   };
-
-  // prefix[i] = sum of v from the start of i's segment up to i − 1; totals[s] = sum of segment s.
-  void segmentPrefix(const float* v, size_t n, float* prefix, float* totals) const {
-    const size_t segment = size_t(segment_);
-    prefix[0] = 0;
-    for (size_t i = 0; i < n; ++i) {
-      float next = prefix[i] + v[i];
-      if ((i + 1) % segment == 0) {
-        totals[i / segment] = next;
-        next = 0;
-      }
-      prefix[i + 1] = next;
-    }
-  }
 
   // acc[x] += sum of the row over [first + x − half, first + x + half], in stretches where neither
   // end changes segment, so the inner loops vectorise.
