@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "operators/library_operators.h"
 #include "platform/coreimage/ci_filter.h"
 
 namespace brenvia {
 namespace {
 
 TEST(OpsCommand, ListsEveryRegisteredOperationWithInputs) {
+  BVRegisterLibraryOperators();
   auto result = test::runCli("ops");
   ASSERT_EQ(result.status, 0) << result.out;
   for (const auto& name : CIFilter::filterNames()) EXPECT_NE(result.out.find(name + "\n"), std::string::npos) << name;

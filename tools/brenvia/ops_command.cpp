@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include "operators/library_operators.h"
 #include "platform/coreimage/ci_filter.h"
 
 #include <CLI/CLI.hpp>
@@ -67,6 +68,7 @@ void addOpsCommand(CLI::App& app) {
   cmd->add_flag("--json", *json, "Print the attributes of each operation as JSON");
   cmd->add_option("name", *name, "Show only this operation");
   cmd->callback([json, name] {
+    BVRegisterLibraryOperators();
     std::vector<std::string> names = CIFilter::filterNames();
     if (!name->empty()) {
       if (!CIFilter::filterWithName(*name)) {

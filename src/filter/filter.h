@@ -1,0 +1,225 @@
+#pragma once
+
+#include "platform/foundation/keyed_archive.h"
+#include "platform/foundation/value.h"
+#include "platform/geometry/geometry.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brenvia {
+
+class BVBitmapContext;
+class BVProcessing;
+class CIFilter;
+
+// Recipe keys read by every filter.
+inline constexpr std::string_view kBVFilterTypeKey = "type";
+inline constexpr std::string_view kBVFilterEnabledKey = "enabled";
+inline constexpr std::string_view kBVFilterOpaqueKey = "opaque";
+inline constexpr std::string_view kBVFilterTagsKey = "tags";
+inline constexpr std::string_view kBVFilterFilterFrequencyKey = "filterFrequency";
+inline constexpr std::string_view kBVFilterOptionalDuringLivePreviewKey = "optionalDuringLivePreview";
+inline constexpr std::string_view kBVFilterRandomKey = "random";
+inline constexpr std::string_view kBVFilterSliderKey = "sliderInput";
+inline constexpr std::string_view kBVFilterRampKey = "ramp";
+inline constexpr std::string_view kBVFilterTransitionTimingStartKey = "transitionTimingStart";
+inline constexpr std::string_view kBVFilterTransitionTimingMiddleKey = "transitionTimingMiddle";
+inline constexpr std::string_view kBVFilterTransitionTimingEndKey = "transitionTimingEnd";
+inline constexpr std::string_view kBVFilterTransitionKeyPathKey = "transitionKeyPath";
+inline constexpr std::string_view kBVFilterTransitionMinimumValueKey = "transitionMinimumValue";
+inline constexpr std::string_view kBVFilterTransitionMaximumValueKey = "transitionMaximumValue";
+inline constexpr std::string_view kBVFilterTransitionStaticValueKey = "transitionStaticValue";
+
+// Tags that the catalogue uses; any other string works the same way.
+inline constexpr std::string_view kBVFilterTagFrame = "frame";
+inline constexpr std::string_view kBVFilterTagSubfilter = "subfilter";
+inline constexpr std::string_view kBVFilterTagDesaturate = "desaturate";
+inline constexpr std::string_view kBVFilterTagTexture = "texture";
+inline constexpr std::string_view kBVFilterTagGrain = "grain";
+inline constexpr std::string_view kBVFilterTagVignette = "vignette";
+
+// Values of the `type` key.
+inline constexpr std::string_view kBVFilterTypeColor = "color";
+inline constexpr std::string_view kBVFilterTypeDouble = "double";
+inline constexpr std::string_view kBVFilterTypeImage = "image";
+inline constexpr std::string_view kBVFilterTypeRandomImage = "randomImage";
+inline constexpr std::string_view kBVFilterTypeImageSequence = "imageSequence";
+inline constexpr std::string_view kBVFilterTypeSpecial = "special";
+inline constexpr std::string_view kBVFilterTypeBlur = "blur";
+inline constexpr std::string_view kBVFilterTypeHighPass = "highpass";
+inline constexpr std::string_view kBVFilterTypeFace = "face";
+inline constexpr std::string_view kBVFilterTypeGradient = "gradient";
+inline constexpr std::string_view kBVFilterTypeCurves = "curves";
+inline constexpr std::string_view kBVFilterTypeLevels = "levels";
+inline constexpr std::string_view kBVFilterTypeAdjustment = "adjustment";
+inline constexpr std::string_view kBVFilterTypeUnsharpMask = "unsharp";
+inline constexpr std::string_view kBVFilterTypeFade = "fade";
+inline constexpr std::string_view kBVFilterTypeSoloChannel = "soloChannel";
+inline constexpr std::string_view kBVFilterTypeTextOverlay = "textOverlay";
+inline constexpr std::string_view kBVFilterTypeSelectiveColor = "selectiveColor";
+inline constexpr std::string_view kBVFilterTypeHalftone = "halftone";
+inline constexpr std::string_view kBVFilterTypeDistortion = "distortion";
+inline constexpr std::string_view kBVFilterTypeBlackAndWhite = "bw";
+inline constexpr std::string_view kBVFilterTypeSharpen = "sharpen";
+inline constexpr std::string_view kBVFilterTypeVignette = "vignette";
+
+inline constexpr std::string_view kBVFilterNotSupportedExceptionName = "BVFilterNotSupportedException";
+inline constexpr std::string_view kBVFilterNotSupportedExceptionReason = "No supported filter modes found.";
+inline constexpr std::string_view kBVFilterCoreImageNotSupportedExceptionReason =
+    "This filter does not support Core Image.";
+inline constexpr std::string_view kBVFilterCoreGraphicsNotSupportedExceptionReason =
+    "This filter does not support Core Graphics.";
+inline constexpr std::string_view kBVFiltervImageNotSupportedExceptionReason = "This filter does not support vImage.";
+
+// Raised when a filter is asked for a rendering path it does not have (a programmer fault).
+class BVFilterNotSupportedException : public std::logic_error {
+ public:
+  explicit BVFilterNotSupportedException(std::string_view reason) : std::logic_error(std::string(reason)) {}
+  std::string_view name() const { return kBVFilterNotSupportedExceptionName; }
+  std::string_view reason() const { return what(); }
+};
+
+class BVFilter;
+using BVFilterRef = std::shared_ptr<BVFilter>;
+using BVFilterArray = std::vector<BVFilterRef>;
+using CIFilterArray = std::vector<std::shared_ptr<CIFilter>>;
+
+// A row of the type table: the class name and a maker of blank objects of it.
+struct BVFilterClass {
+  std::string_view name;
+  std::function<BVFilterRef()> make;
+};
+
+// The class for a type string, or null. The table is built once, on first use.
+const BVFilterClass* BVFilterClassForType(std::string_view type);
+
+// The root of the filter family. Objects are made blank and then initialised with one of the
+// initWithParameters forms (the factory and filter<T>() do both), because the designated
+// initialiser runs the most derived setParameters.
+class BVFilter : public BVCoding {
+ public:
+  BVFilter() = default;
+  ~BVFilter() override = default;
+  BVFilter(const BVFilter&) = delete;
+  BVFilter& operator=(const BVFilter&) = delete;
+
+  // --- Factory ---
+  static BVFilterArray filtersWithArray(const Value& array,
+                                        const std::optional<std::string>& imageSearchPath = std::nullopt,
+                                        const std::optional<std::string>& imagePrefix = std::nullopt,
+                                        const std::vector<std::string>& tagged = {});
+  // The filter of parameters[type], or null (with a log line) for an unknown type.
+  static BVFilterRef filterWithParameters(const Value& parameters,
+                                          const std::optional<std::string>& imageSearchPath = std::nullopt,
+                                          const std::optional<std::string>& imagePrefix = std::nullopt,
+                                          const std::vector<std::string>& tagged = {});
+  // A new filter of class T made with no parameters.
+  template <class T = BVFilter>
+  static std::shared_ptr<T> filter() {
+    auto made = std::make_shared<T>();
+    made->initWithParameters(Value());
+    return made;
+  }
+  // Makes the keyed unarchiver know every filter class of the type table and the base class.
+  static void registerCodingClasses();
+
+  // --- Class operations over arrays ---
+  static CIFilterArray CIFiltersForBVFilters(const BVFilterArray& filters, CGSize size);
+  static void prepareToProcessFilters(const BVFilterArray& filters, CGSize size);
+  static void clearProcessingCachesForFilters(const BVFilterArray& filters);
+  static uint64_t processingCachesByteSizeForFilters(const BVFilterArray& filters);
+
+  // --- Construction (call once, on a blank object) ---
+  // The designated initialiser: runs setParameters.
+  virtual void initWithParameters(const Value& parameters);
+  // Runs initWithParameters(parameters) to its end, then stores the search path, prefix and tags.
+  void initWithParameters(const Value& parameters, const std::optional<std::string>& imageSearchPath,
+                          const std::optional<std::string>& imagePrefix = std::nullopt,
+                          const std::vector<std::string>& tags = {});
+  // Reads "parameters", "imageSearchPath" and "imagePrefix".
+  void initWithCoder(BVKeyedUnarchiver& coder);
+
+  // --- Coding and copying ---
+  std::string className() const override { return "BVFilter"; }
+  void encodeWithCoder(BVKeyedArchiver& coder) const override;
+  // A new filter of the same class with the same parameters, search path, prefix and tags, enabled
+  // as isEnabled() answers now; it has no processor and no caches.
+  virtual BVFilterRef copy() const;
+  virtual std::string description() const;
+
+  // --- Operations subclasses override ---
+  // Re-derives every field from the dictionary (ramps and tags excepted); subclasses call it first.
+  virtual void setParameters(const Value& parameters);
+  virtual bool isEnabled() const;
+  virtual std::vector<std::string> tags() const;
+  // The image operations of this filter at a size; subclasses call the base first.
+  virtual CIFilterArray CIFiltersForSize(CGSize size);
+  virtual bool shouldApply();
+  // Brings the parameters up to date before the filter's operations are made.
+  virtual void prepareToApply();
+  // Draws the filter on a bitmap context; the base raises BVFilterNotSupportedException.
+  virtual void applyToCGContext(BVBitmapContext* context);
+  virtual std::optional<std::vector<std::string>> possibleImageNames() const { return std::nullopt; }
+  virtual void prepareToProcessAtSize(CGSize) {}
+  virtual void clearProcessingCaches() {}
+  virtual uint64_t processingCachesByteSize() const { return 0; }
+  virtual double memoryCost() const { return 0.0; }
+
+  // --- Accessors ---
+  const Value& parameters() const { return parameters_; }
+  bool supportsCIFilter() const { return supportsCIFilter_; }
+  void setSupportsCIFilter(bool value) { supportsCIFilter_ = value; }
+  void setEnabled(bool value) { enabled_ = value; }
+  bool isOpaque() const { return opaque_; }
+  void setOpaque(bool value) { opaque_ = value; }
+  const std::optional<std::string>& imagePrefix() const { return imagePrefix_; }
+  const std::optional<std::string>& imageSearchPath() const { return imageSearchPath_; }
+  double filterFrequency() const { return filterFrequency_; }
+  bool optionalDuringLivePreview() const { return optionalDuringLivePreview_; }
+
+  // The processor running the filter, held weakly; null without one.
+  std::shared_ptr<BVProcessing> processor() const { return processorStorage_.lock(); }
+  void setProcessor(const std::shared_ptr<BVProcessing>& processor) { processorStorage_ = processor; }
+
+  // c + r * c, c being the centre of rect.
+  static CGPoint absoluteCenterPointInRect(const CGRect& rect, CGPoint relativeCenterPoint);
+
+  // --- Transition timing, read from the parameters ---
+  double transitionTimingStart() const;
+  double transitionTimingMiddle() const;
+  double transitionTimingEnd() const;
+  std::string transitionKeyPath() const;
+  double transitionMinimumValue() const;
+  double transitionMaximumValue() const;
+
+ protected:
+  // A blank object of the receiver's class; each subclass returns its own.
+  virtual BVFilterRef makeBlank() const { return std::make_shared<BVFilter>(); }
+
+  // Typed reads of a dictionary member (numbers as 32-bit floats widened).
+  static std::optional<double> numberFor(const Value& parameters, std::string_view key);
+  static std::optional<bool> boolFor(const Value& parameters, std::string_view key);
+  static std::optional<std::string> stringFor(const Value& parameters, std::string_view key);
+
+ private:
+  std::vector<std::string> additionalTags_;
+  std::vector<std::string> parameterTags_;
+  bool supportsCIFilter_ = false;
+  bool optionalDuringLivePreview_ = false;
+  bool enabled_ = true;
+  bool opaque_ = false;
+  Value parameters_;
+  std::optional<std::string> imagePrefix_;
+  std::optional<std::string> imageSearchPath_;
+  double filterFrequency_ = 1.0;
+  std::weak_ptr<BVProcessing> processorStorage_;
+};
+
+}  // namespace brenvia
