@@ -1,0 +1,117 @@
+#pragma once
+
+#include "image/image_orientation.h"
+#include "platform/coreimage/ci_image.h"
+#include "platform/foundation/value.h"
+#include "platform/geometry/geometry.h"
+#include "platform/graphics/cg_image.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brenvia {
+
+// Option keys and values of the initialisers that take an options dictionary.
+inline constexpr std::string_view kBVImageInitializationOptionStorageAPIKey = "storageAPI";
+inline constexpr std::string_view kBVImageInitializationOptionStorageAPICoreImage = "coreImage";
+inline constexpr std::string_view kBVImageInitializationOptionStorageAPICoreGraphcs = "coreGraphics";
+inline constexpr std::string_view kBVImageInitializationOptionDataUTIKey = "dataUTI";
+inline constexpr std::string_view kBVImageInitializationOptionCoreImageOptionsKey = "coreImageOptions";
+inline constexpr std::string_view kBVImageInitializationOptionIgnoreDepthDataKey = "ignoreDepthData";
+inline constexpr std::string_view kBVImageInitializationOptionApplyOrientationKey = "applyOrientation";
+
+inline constexpr std::string_view kBVUTTypeDNG = "com.adobe.raw-image";
+
+// The picture that every part of the library passes around: one pixel source (a decoded bitmap or
+// an engine image), its display orientation and point scale, and a scale adjustment applied after
+// all other geometry. Nothing is decoded or rendered until an accessor needs it, except the bitmap
+// load of a file. Use from one thread at a time: the bitmap render and the aspect answer are cached
+// without locks.
+class BVImage {
+ public:
+  // What holds the pixels (`backingStorage`).
+  static constexpr int kBackingStorageNone = 0;
+  static constexpr int kBackingStorageCoreGraphics = 1;
+  static constexpr int kBackingStorageCoreImage = 2;
+
+  // `init`: an empty picture with the defaults.
+  BVImage() = default;
+
+  // Null for a null image.
+  static std::shared_ptr<BVImage> initWithCGImage(CGImageRef image);
+  // Null for a null image. An orientation in the picture's properties becomes `imageOrientation`.
+  static std::shared_ptr<BVImage> initWithCIImage(CIImageRef image);
+  // As above; the two auxiliary pictures are stored as given.
+  static std::shared_ptr<BVImage> initWithCIImage(CIImageRef image, CIImageRef disparityImage,
+                                                  CIImageRef portraitMatteImage);
+  // Null when no file exists at the path. Options: the kBVImageInitializationOption... keys.
+  static std::shared_ptr<BVImage> initWithContentsOfFile(const std::string& path);
+  static std::shared_ptr<BVImage> initWithContentsOfFile(const std::string& path, const Value& options);
+  // Null for empty data, and for data the bitmap decoder cannot read. The bitmap load takes the
+  // EXIF orientation of the data as `imageOrientation`, as a platform picture decoded from data does.
+  static std::shared_ptr<BVImage> initWithData(const std::vector<uint8_t>& data);
+  static std::shared_ptr<BVImage> initWithData(const std::vector<uint8_t>& data, const Value& options);
+
+  // EXIF orientation (1-8) of an orientation, and the reverse. An EXIF number outside 1-8 logs and
+  // gives up; an orientation above 7 gives EXIF 1.
+  static int EXIFOrientationForImageOrientation(BVImageOrientation orientation);
+  static BVImageOrientation imageOrientationForEXIFOrientation(int exifOrientation);
+  // Degrees by which the stored pixels turn for display (counter-clockwise positive).
+  static double _rotationDegreesForImageOrientation(BVImageOrientation orientation);
+  // The orientation after `quarterTurns` clockwise quarter turns of the canvas. Mirrored
+  // orientations log and come back unchanged.
+  static BVImageOrientation _imageOrientationWithAdjustment(BVImageOrientation orientation, uint8_t quarterTurns);
+
+  // Stored pixel size, orientation not applied; CGSizeZero when empty.
+  CGSize size() const;
+  // The size as displayed: width and height swap for the quarter-turn orientations.
+  CGSize sizeWithOrientation() const;
+  // The displayed size after the geometry adjustments.
+  CGSize sizeWithAdjustments() const;
+  // The bitmap's colour space, else the engine image's, else null.
+  CGColorSpaceRef colorSpace() const;
+  // The engine image, or a new one made from the bitmap on each call, or null.
+  CIImageRef CIImage() const;
+  // The bitmap, rendered once from the engine image with a context without options and cached.
+  CGImageRef CGImage() const;
+  // Width equals height of `size`, computed once.
+  bool isSquare() const;
+  int EXIFOrientation() const { return EXIFOrientationForImageOrientation(_imageOrientation); }
+  // kBackingStorage...: bitmap first, then engine image.
+  int backingStorage() const;
+  // The picture that filters work on: the stored picture as it is when there are no geometry
+  // adjustments, else the picture with orientation and scale applied.
+  CIImageRef adjustedCIImage() const;
+  // A copy sharing the pixel source; null for an empty picture.
+  std::shared_ptr<BVImage> copy() const;
+
+  BVImageOrientation imageOrientation() const { return _imageOrientation; }
+  void setImageOrientation(BVImageOrientation orientation) { _imageOrientation = orientation; }
+  double scale() const { return _scale; }
+  void setScale(double scale) { _scale = scale; }
+  double scaleAdjustment() const { return _scaleAdjustment; }
+  void setScaleAdjustment(double scaleAdjustment) { _scaleAdjustment = scaleAdjustment; }
+  const CIImageRef& disparityImageStorage() const { return _disparityImageStorage; }
+  const CIImageRef& portraitMatteImageStorage() const { return _portraitMatteImageStorage; }
+
+ private:
+  bool _hasGeometryAdjustments() const;
+  // The geometry graph of the picture: orientation, then scale.
+  CIImageRef _imageWithGeometryAdjustments(const CIImageRef& picture) const;
+  void _setOrientationWithOptions(const Value& options);
+
+  mutable CGImageRef _cgImage;
+  double _scale = 1.0;
+  BVImageOrientation _imageOrientation = BVImageOrientationUp;
+  mutable bool _checkedAspectRatio = false;
+  mutable bool _square = false;
+  CIImageRef _ciImage;
+  double _scaleAdjustment = 1.0;
+  CIImageRef _disparityImageStorage;
+  CIImageRef _portraitMatteImageStorage;
+};
+
+}  // namespace brenvia

@@ -1,0 +1,380 @@
+#include "image/image.h"
+
+#include "test_support.h"
+
+#include "platform/imageio/image_io.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace brenvia {
+namespace {
+
+namespace fs = std::filesystem;
+using Pixel = std::array<int, 4>;
+
+constexpr Pixel kRed{255, 0, 0, 255};
+constexpr Pixel kGreen{0, 255, 0, 255};
+constexpr Pixel kBlue{0, 0, 255, 255};
+constexpr Pixel kWhite{255, 255, 255, 255};
+
+// A 32 x 16 picture with one colour per quadrant: red, green on top; blue, white below.
+CGImageRef quadrants() {
+  return test::makeBitmap(32, 16, [](size_t x, size_t y) {
+    const Pixel& p = y < 8 ? (x < 16 ? kRed : kGreen) : (x < 16 ? kBlue : kWhite);
+    return std::array<uint8_t, 4>{uint8_t(p[0]), uint8_t(p[1]), uint8_t(p[2]), uint8_t(p[3])};
+  });
+}
+
+// Top left, top right, bottom left, bottom right, one pixel in from the edges.
+std::array<Pixel, 4> corners(const CGImageRef& image) {
+  size_t r = image->width() - 2, b = image->height() - 2;
+  return {test::pixelAt(image, 1, 1), test::pixelAt(image, r, 1), test::pixelAt(image, 1, b),
+          test::pixelAt(image, r, b)};
+}
+
+void expectCorners(const CGImageRef& image, const std::array<Pixel, 4>& expected) {
+  ASSERT_TRUE(image);
+  auto actual = corners(image);
+  for (size_t i = 0; i < 4; ++i) {
+    for (size_t c = 0; c < 4; ++c) EXPECT_NEAR(actual[i][c], expected[i][c], 8) << "corner " << i << " channel " << c;
+  }
+}
+
+std::vector<uint8_t> encodeQuadrants(bool png, int exifOrientation) {
+  std::vector<uint8_t> bytes;
+  imageio::EncodeOptions options{1.0, exifOrientation, false};
+  EXPECT_TRUE(png ? imageio::encodePNG(*quadrants(), options, bytes)
+                  : imageio::encodeJPEG(*quadrants(), options, bytes));
+  return bytes;
+}
+
+class BVImageFiles : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "brenvia-image-XXXXXX").string();
+    ASSERT_TRUE(::mkdtemp(pattern.data()));
+    dir_ = pattern;
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::string writeQuadrants(const std::string& name, int exifOrientation) {
+    return writeBytes(name, encodeQuadrants(name.ends_with(".png"), exifOrientation));
+  }
+  std::string writeBytes(const std::string& name, const std::vector<uint8_t>& bytes) {
+    std::string path = (dir_ / name).string();
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return path;
+  }
+
+  const Value coreImage = {{"storageAPI", "coreImage"}};
+  fs::path dir_;
+};
+
+TEST(BVImageOrientationTables, EveryOrientationMapsToItsEXIFNumberAndBack) {
+  struct Row {
+    BVImageOrientation orientation;
+    int exif;
+    double degrees;
+  };
+  const Row rows[] = {{BVImageOrientationUp, 1, 0},           {BVImageOrientationDown, 3, 180},
+                      {BVImageOrientationLeft, 8, 90},        {BVImageOrientationRight, 6, -90},
+                      {BVImageOrientationUpMirrored, 2, 0},   {BVImageOrientationDownMirrored, 4, 180},
+                      {BVImageOrientationLeftMirrored, 7, -90}, {BVImageOrientationRightMirrored, 5, 90}};
+  test::LogCapture log;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(int(row.orientation));
+    EXPECT_EQ(BVImage::EXIFOrientationForImageOrientation(row.orientation), row.exif);
+    EXPECT_EQ(BVImage::imageOrientationForEXIFOrientation(row.exif), row.orientation);
+    EXPECT_EQ(BVImage::_rotationDegreesForImageOrientation(row.orientation), row.degrees);
+    BVImage image;
+    image.setImageOrientation(row.orientation);
+    EXPECT_EQ(image.EXIFOrientation(), row.exif);
+  }
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(BVImageOrientationTables, UnknownEXIFNumbersLogAndGiveUp) {
+  for (int exif : {0, 9, -1}) {
+    test::LogCapture log;
+    EXPECT_EQ(BVImage::imageOrientationForEXIFOrientation(exif), BVImageOrientationUp);
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines[0], "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: " + std::to_string(exif));
+  }
+}
+
+TEST(BVImageOrientationTables, QuarterTurnsStepThroughTheRing) {
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationRight, 1), BVImageOrientationDown);
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationUp, 3), BVImageOrientationLeft);
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationDown, 2), BVImageOrientationUp);
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationLeft, 1), BVImageOrientationUp);
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationLeft, 0), BVImageOrientationLeft);
+
+  test::LogCapture log;
+  EXPECT_EQ(BVImage::_imageOrientationWithAdjustment(BVImageOrientationLeftMirrored, 1),
+            BVImageOrientationLeftMirrored);
+  EXPECT_EQ(log.lines,
+            std::vector<std::string>{"[BVImage] Altering orientations for mirrored images is not supported."});
+}
+
+TEST(BVImageSizes, QuarterTurnOrientationsSwapWidthAndHeight) {
+  auto image = BVImage::initWithCIImage(CIImage::imageWithCGImage(test::solidBitmap(3000, 2000, {1, 2, 3, 255})));
+  ASSERT_TRUE(image);
+  for (int o = 0; o < 8; ++o) {
+    SCOPED_TRACE(o);
+    image->setImageOrientation(BVImageOrientation(o));
+    bool turned = o == 2 || o == 3 || o == 6 || o == 7;
+    EXPECT_EQ(image->size().width, 3000);
+    EXPECT_EQ(image->size().height, 2000);
+    EXPECT_NEAR(image->sizeWithOrientation().width, turned ? 2000 : 3000, 1e-3);
+    EXPECT_NEAR(image->sizeWithOrientation().height, turned ? 3000 : 2000, 1e-3);
+    EXPECT_NEAR(image->sizeWithAdjustments().width, turned ? 2000 : 3000, 1e-3);
+  }
+  image->setImageOrientation(BVImageOrientationRight);
+  image->setScaleAdjustment(0.5);
+  EXPECT_NEAR(image->sizeWithAdjustments().width, 1000, 1e-3);
+  EXPECT_NEAR(image->sizeWithAdjustments().height, 1500, 1e-3);
+  EXPECT_FALSE(image->isSquare());
+  // Squareness is a property of the stored size.
+  auto square = BVImage::initWithCGImage(test::solidBitmap(100, 100, {0, 0, 0, 255}));
+  square->setImageOrientation(BVImageOrientationRight);
+  EXPECT_TRUE(square->isSquare());
+}
+
+TEST(BVImageBacking, EmptyAndNullSources) {
+  BVImage empty;
+  EXPECT_EQ(empty.size().width, 0);
+  EXPECT_EQ(empty.size().height, 0);
+  EXPECT_FALSE(empty.CIImage());
+  EXPECT_FALSE(empty.CGImage());
+  EXPECT_FALSE(empty.colorSpace());
+  EXPECT_FALSE(empty.adjustedCIImage());
+  EXPECT_EQ(empty.backingStorage(), BVImage::kBackingStorageNone);
+  EXPECT_FALSE(empty.copy());
+
+  EXPECT_FALSE(BVImage::initWithCGImage(nullptr));
+  EXPECT_FALSE(BVImage::initWithCIImage(nullptr));
+  EXPECT_FALSE(BVImage::initWithCIImage(nullptr, CIImage::emptyImage(), CIImage::emptyImage()));
+}
+
+TEST(BVImageBacking, TheRenderedBitmapIsCachedAndAnEngineImageWinsTheCopy) {
+  auto disparity = CIImage::imageWithCGImage(test::solidBitmap(4, 4, {9, 9, 9, 255}));
+  auto image = BVImage::initWithCIImage(CIImage::imageWithCGImage(quadrants()), disparity, nullptr);
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->disparityImageStorage(), disparity);
+  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreImage);
+  CGImageRef rendered = image->CGImage();
+  ASSERT_TRUE(rendered);
+  EXPECT_EQ(image->CGImage(), rendered);
+  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreGraphics);
+  expectCorners(rendered, {kRed, kGreen, kBlue, kWhite});
+
+  image->setScale(2);
+  image->setImageOrientation(BVImageOrientationDown);
+  image->setScaleAdjustment(0.25);
+  auto copy = image->copy();
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->backingStorage(), BVImage::kBackingStorageCoreImage);
+  EXPECT_EQ(copy->CIImage(), image->CIImage());
+  EXPECT_EQ(copy->scale(), 2);
+  EXPECT_EQ(copy->imageOrientation(), BVImageOrientationDown);
+  EXPECT_EQ(copy->scaleAdjustment(), 0.25);
+  EXPECT_EQ(copy->disparityImageStorage(), disparity);
+}
+
+TEST(BVImageBacking, ABitmapGivesANewEngineImageEachTime) {
+  CGImageRef bitmap = quadrants();
+  auto image = BVImage::initWithCGImage(bitmap);
+  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreGraphics);
+  EXPECT_EQ(image->CGImage(), bitmap);
+  EXPECT_EQ(image->colorSpace(), bitmap->colorSpace());
+  ASSERT_TRUE(image->CIImage());
+  EXPECT_NE(image->CIImage(), image->CIImage());
+  EXPECT_EQ(image->copy()->CGImage(), bitmap);
+}
+
+TEST(BVImageBacking, OrientationPropertyOfAnEngineImageIsRead) {
+  auto picture = CIImage::imageWithCGImage(quadrants());
+  test::LogCapture log;
+  EXPECT_EQ(BVImage::initWithCIImage(picture->imageBySettingProperties({{"Orientation", 6}}))->imageOrientation(),
+            BVImageOrientationRight);
+  EXPECT_EQ(
+      BVImage::initWithCIImage(picture->imageBySettingProperties({{"inputImageOrientation", 5}}))->imageOrientation(),
+      BVImageOrientationRightMirrored);
+  EXPECT_EQ(BVImage::initWithCIImage(picture)->imageOrientation(), BVImageOrientationUp);
+  EXPECT_EQ(BVImage::initWithCIImage(picture->imageBySettingProperties({{"Orientation", 1e300}}))->imageOrientation(),
+            BVImageOrientationUp);
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(BVImageAdjusted, OrientationIsAppliedOnlyWithAGeometryAdjustment) {
+  auto picture = CIImage::imageWithCGImage(quadrants());
+  auto image = BVImage::initWithCIImage(picture);
+  image->setImageOrientation(BVImageOrientationRight);
+  EXPECT_EQ(image->adjustedCIImage(), picture);
+
+  image->setScaleAdjustment(0.5);
+  auto adjusted = image->adjustedCIImage();
+  ASSERT_TRUE(adjusted);
+  EXPECT_NEAR(adjusted->extent().size.width, 8, 1e-9);
+  EXPECT_NEAR(adjusted->extent().size.height, 16, 1e-9);
+  expectCorners(CIContext::context()->createCGImage(adjusted, adjusted->extent()), {kBlue, kRed, kWhite, kGreen});
+}
+
+TEST_F(BVImageFiles, BitmapLoadReadsPixelsOnly) {
+  test::LogCapture log;
+  auto image = BVImage::initWithContentsOfFile(writeQuadrants("right.jpg", 6));
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreGraphics);
+  EXPECT_EQ(image->imageOrientation(), BVImageOrientationUp);
+  EXPECT_EQ(image->size().width, 32);
+  EXPECT_EQ(image->size().height, 16);
+  EXPECT_TRUE(image->colorSpace());
+  // The decoded bitmap keeps the file's layout; render it to compare pixels.
+  CIImageRef picture = image->CIImage();
+  ASSERT_TRUE(picture);
+  expectCorners(CIContext::context()->createCGImage(picture, picture->extent()), {kRed, kGreen, kBlue, kWhite});
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(BVImageFiles, EngineLoadTakesTheFileOrientation) {
+  struct Case {
+    std::string name;
+    int exif;
+    BVImageOrientation orientation;
+  };
+  for (const Case& c : {Case{"right.jpg", 6, BVImageOrientationRight}, Case{"left.jpg", 8, BVImageOrientationLeft},
+                        Case{"left.png", 8, BVImageOrientationLeft}, Case{"up.png", 1, BVImageOrientationUp}}) {
+    SCOPED_TRACE(c.name);
+    test::LogCapture log;
+    auto image = BVImage::initWithContentsOfFile(writeQuadrants(c.name, c.exif), coreImage);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreImage);
+    EXPECT_EQ(image->imageOrientation(), c.orientation);
+    EXPECT_EQ(image->EXIFOrientation(), c.exif);
+    EXPECT_EQ(image->size().width, 32);
+    bool turned = c.exif > 4;
+    EXPECT_NEAR(image->sizeWithOrientation().width, turned ? 16 : 32, 1e-6);
+    EXPECT_NEAR(image->sizeWithOrientation().height, turned ? 32 : 16, 1e-6);
+    EXPECT_TRUE(image->colorSpace());
+    // The render accessor gives the stored pixels; orientation is only metadata here.
+    expectCorners(image->CGImage(), {kRed, kGreen, kBlue, kWhite});
+    EXPECT_TRUE(log.lines.empty());
+  }
+}
+
+TEST_F(BVImageFiles, AppliedOrientationTurnsThePixelsForAllEightOrientations) {
+  // Display corners (top left, top right, bottom left, bottom right) for each EXIF number.
+  const std::array<std::array<Pixel, 4>, 9> expected{{
+      {},
+      {kRed, kGreen, kBlue, kWhite},
+      {kGreen, kRed, kWhite, kBlue},
+      {kWhite, kBlue, kGreen, kRed},
+      {kBlue, kWhite, kRed, kGreen},
+      {kRed, kBlue, kGreen, kWhite},
+      {kBlue, kRed, kWhite, kGreen},
+      {kWhite, kGreen, kBlue, kRed},
+      {kGreen, kWhite, kRed, kBlue},
+  }};
+  Value options = coreImage;
+  options["applyOrientation"] = true;
+  for (int exif = 1; exif <= 8; ++exif) {
+    SCOPED_TRACE(exif);
+    auto image = BVImage::initWithContentsOfFile(writeQuadrants("o" + std::to_string(exif) + ".jpg", exif), options);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->imageOrientation(), BVImageOrientationUp);
+    EXPECT_EQ(image->size().width, exif > 4 ? 16 : 32);
+    expectCorners(image->CGImage(), expected[exif]);
+  }
+}
+
+TEST_F(BVImageFiles, AMissingFileGivesNullSilently) {
+  test::LogCapture log;
+  EXPECT_FALSE(BVImage::initWithContentsOfFile((dir_ / "missing.jpg").string()));
+  EXPECT_FALSE(BVImage::initWithContentsOfFile((dir_ / "missing.jpg").string(), coreImage));
+  EXPECT_FALSE(BVImage::initWithContentsOfFile(""));
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(BVImageFiles, UndecodableFilesGiveAnEmptyPicture) {
+  std::vector<uint8_t> garbage(300);
+  std::generate(garbage.begin(), garbage.end(), [n = 7u]() mutable { return uint8_t(n = n * 1103515245u + 12345u); });
+  for (const std::string& path : {writeBytes("garbage.jpg", garbage), writeBytes("empty.png", {})}) {
+    SCOPED_TRACE(path);
+    {
+      test::LogCapture log;
+      auto image = BVImage::initWithContentsOfFile(path);
+      ASSERT_TRUE(image);
+      EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
+      EXPECT_FALSE(image->CGImage());
+      ASSERT_EQ(log.lines.size(), 1u);
+      EXPECT_TRUE(log.lines[0].starts_with("[ImageIO] Could not read `" + path + "`")) << log.lines[0];
+    }
+    {
+      test::LogCapture log;
+      auto image = BVImage::initWithContentsOfFile(path, coreImage);
+      ASSERT_TRUE(image);
+      EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
+      EXPECT_EQ(image->size().width, 0);
+      ASSERT_FALSE(log.lines.empty());
+      EXPECT_EQ(log.lines.back(), "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: 0");
+    }
+  }
+}
+
+TEST(BVImageData, BothLoadsTakeTheOrientationOfTheData) {
+  const Value coreImage = {{"storageAPI", "coreImage"}};
+  for (bool png : {false, true}) {
+    SCOPED_TRACE(png);
+    auto bytes = encodeQuadrants(png, 6);
+    test::LogCapture log;
+    auto bitmap = BVImage::initWithData(bytes);
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(bitmap->backingStorage(), BVImage::kBackingStorageCoreGraphics);
+    EXPECT_EQ(bitmap->imageOrientation(), BVImageOrientationRight);
+    EXPECT_EQ(bitmap->size().width, 32);
+
+    auto engine = BVImage::initWithData(bytes, coreImage);
+    ASSERT_TRUE(engine);
+    EXPECT_EQ(engine->backingStorage(), BVImage::kBackingStorageCoreImage);
+    EXPECT_EQ(engine->imageOrientation(), BVImageOrientationRight);
+    EXPECT_TRUE(log.lines.empty());
+
+    auto turned = BVImage::initWithData(bytes, {{"storageAPI", "coreImage"}, {"applyOrientation", true}});
+    ASSERT_TRUE(turned);
+    EXPECT_EQ(turned->imageOrientation(), BVImageOrientationUp);
+    expectCorners(turned->CGImage(), {kBlue, kRed, kWhite, kGreen});
+  }
+}
+
+TEST(BVImageData, EmptyAndUndecodableData) {
+  const Value coreImage = {{"storageAPI", "coreImage"}};
+  {
+    test::LogCapture log;
+    EXPECT_FALSE(BVImage::initWithData({}));
+    EXPECT_FALSE(BVImage::initWithData({}, coreImage));
+    EXPECT_TRUE(log.lines.empty());
+  }
+  const std::vector<uint8_t> garbage{0xff, 0xd8, 0xff, 0x00, 1, 2, 3};
+  {
+    test::LogCapture log;
+    EXPECT_FALSE(BVImage::initWithData(garbage));
+    EXPECT_EQ(log.lines.size(), 1u);
+  }
+  test::LogCapture log;
+  auto image = BVImage::initWithData(garbage, coreImage);
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
+  ASSERT_FALSE(log.lines.empty());
+  EXPECT_EQ(log.lines.back(), "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: 0");
+}
+
+}  // namespace
+}  // namespace brenvia
