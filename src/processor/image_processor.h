@@ -1,0 +1,89 @@
+#pragma once
+
+#include "filter/filter.h"
+#include "image/image.h"
+#include "platform/coreimage/ci_context.h"
+#include "processor/input.h"
+#include "processor/processing.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace brenvia {
+
+struct BVImageProcessorOptions {
+  bool renderWithCoreGraphics = false;  // draw each filter on a bitmap context
+  bool renderWithCPUContext = false;    // make the context with the software renderer
+  bool returnCIImage = false;           // leave the result deferred
+  std::shared_ptr<CIContext> sharedCIContext;
+  std::shared_ptr<BVInput> input;
+
+  // Copies the flags, shares the context and copies the input.
+  BVImageProcessorOptions copy() const;
+};
+
+// Runs a filter array over one still image at a time and gives back an image, a deferred image
+// or a JPEG file.
+class BVImageProcessor final : public BVProcessing, public std::enable_shared_from_this<BVImageProcessor> {
+ public:
+  static constexpr std::string_view processorVersion() { return "4.7"; }
+
+  static std::shared_ptr<BVImageProcessor> initWithFilters(BVFilterArray filters,
+                                                           std::optional<BVImageProcessorOptions> options = {});
+
+  // A run; null when the image cannot be processed (a log line says why).
+  std::shared_ptr<BVImage> process(const std::shared_ptr<BVImage>& image);
+  std::shared_ptr<BVImage> process(const std::shared_ptr<BVImage>& image,
+                                   std::shared_ptr<const void> randomizationContext);
+  // A run that writes a JPEG at quality 1.0 (through a temporary name) instead of giving an image.
+  // False, with a log line, when the file could not be written.
+  bool processAsJPEG(const std::shared_ptr<BVImage>& image, const std::string& path, const Value& metadata = nullptr);
+  // The same into "BVImageProcessorRender-<absolute time>.jpg" in the temporary folder; the path is
+  // returned whether or not the write worked.
+  std::string processAsTemporaryJPEG(const std::shared_ptr<BVImage>& image, const Value& metadata = nullptr);
+
+  // BVProcessing
+  std::shared_ptr<CIContext> context() const override { return context_; }
+  std::shared_ptr<BVInput> input() const override { return options_.input; }
+  Value output() const override { return output_; }
+  CGRect processingRect() const override { return processingRect_; }
+  BVFilterArray filters() const override { return filters_; }
+
+  void setFilters(BVFilterArray filters) { filters_ = std::move(filters); }
+  const BVImageProcessorOptions& options() const { return options_; }
+  // Leaves the stored context alone.
+  void setOptions(BVImageProcessorOptions options) { options_ = std::move(options); }
+  const std::shared_ptr<CIContext>& coreImageContext() const { return context_; }
+  void setCoreImageContext(std::shared_ptr<CIContext> context) { context_ = std::move(context); }
+  const std::shared_ptr<BVImage>& originalImage() const { return originalImage_; }
+  void replaceOriginalImage(std::shared_ptr<BVImage> image) { originalImage_ = std::move(image); }
+  void setOutput(Value output) { output_ = std::move(output); }
+  void setProcessingRect(const CGRect& rect) { processingRect_ = rect; }
+  const std::shared_ptr<const void>& randomizationContext() const { return randomizationContext_; }
+  const CGColorSpaceRef& colorSpace() const { return colorSpace_; }
+  const CIImageRef& disparityImage() const { return disparityImage_; }
+  const CIImageRef& portraitMatteImage() const { return portraitMatteImage_; }
+
+ private:
+  BVImageProcessor() = default;
+  // One run; with a path the result is written there and no image is returned.
+  std::shared_ptr<BVImage> run(const std::shared_ptr<BVImage>& image, const std::string* path, const Value& metadata,
+                               std::shared_ptr<const void> randomizationContext);
+  std::shared_ptr<BVImage> runCoreImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
+                                        const std::string* path, const Value& metadata);
+  std::shared_ptr<CIContext> contextFor(const BVImage& image);
+
+  BVFilterArray filters_;
+  BVImageProcessorOptions options_;
+  CGColorSpaceRef colorSpace_ = CGColorSpaceCreateDeviceRGB();
+  CIImageRef disparityImage_, portraitMatteImage_;
+  std::shared_ptr<BVImage> originalImage_;
+  Value output_;
+  CGRect processingRect_ = CGRectZero;
+  std::shared_ptr<const void> randomizationContext_;
+  std::shared_ptr<CIContext> context_;
+  bool lastWriteFailed_ = false;
+};
+
+}  // namespace brenvia
