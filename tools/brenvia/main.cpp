@@ -7,6 +7,8 @@
 int main(int argc, char** argv) {
   CLI::App app{"Brenvia: filter recipes applied to pictures"};
   app.require_subcommand(1);
+  brenvia::cli::addRenderCommand(app);
+  brenvia::cli::addInfoCommand(app);
   brenvia::cli::addOpsCommand(app);
   try {
     app.parse(argc, argv);

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Times `brenvia render` of an adjustment recipe, file to file at quality 100 on a 12 MP photo,
+# against the decode + encode floor (djpeg | cjpeg -quality 100, full chroma) and libvips doing the
+# same adjustment, in one run; prints the ratios and our peak resident memory.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build="${BUILD_DIR:-build}"
+scripts/build -DBRENVIA_BENCH=ON > /dev/null
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# The example photo enlarged to 4032 x 3024 stands in for a 12 MP camera picture.
+vips thumbnail examples/photos/ladybird.jpg "$work/photo.jpg[Q=95]" 4032 --height 3024 --size force
+recipe=bench/recipes/adjust.json
+
+best() {  # fastest of five runs of a command, in milliseconds
+  local best=999999
+  for _ in 1 2 3 4 5; do
+    local start end
+    start=$(date +%s%N)
+    "$@" > /dev/null
+    end=$(date +%s%N)
+    best=$(( (end - start) / 1000000 < best ? (end - start) / 1000000 : best ))
+  done
+  echo "$best"
+}
+
+floor=$(best sh -c "djpeg '$work/photo.jpg' | cjpeg -quality 100 -sample 1x1 > '$work/floor.jpg'")
+ours=$(best "$build/brenvia" render "$recipe" "$work/photo.jpg" -o "$work/ours.jpg" --quality 100)
+vips=$(best "$build/bench/vips_adjust" "$work/photo.jpg" "$work/vips.jpg")
+/usr/bin/time -f "%M" -o "$work/rss" "$build/brenvia" render "$recipe" "$work/photo.jpg" -o "$work/ours.jpg"
+
+awk -v f="$floor" -v o="$ours" -v v="$vips" -v rss="$(cat "$work/rss")" 'BEGIN {
+  printf "adjustment recipe, 12 MP JPEG to JPEG at quality 100\n"
+  printf "  decode+encode floor  %6d ms\n  brenvia              %6d ms  (%.2fx the floor)\n", f, o, o / f
+  printf "  libvips              %6d ms  (brenvia %.2fx faster)\n", v, v / o
+  printf "  brenvia peak RSS     %6.0f MB\n", rss / 1024 }'

@@ -1,0 +1,145 @@
+#include "cli_support.h"
+#include "test_support.h"
+
+#include "image/image.h"
+#include "platform/foundation/property_list.h"
+#include "platform/imageio/image_io.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+
+namespace brenvia {
+namespace {
+
+namespace fs = std::filesystem;
+
+class RenderCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("brenvia-render-" + std::to_string(::getpid()));
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::string file(const std::string& name) const { return (dir_ / name).string(); }
+  std::string write(const std::string& name, const std::string& text) const {
+    std::ofstream(file(name)) << text;
+    return file(name);
+  }
+  // A small PNG with colour everywhere, so that every recipe has something to change.
+  std::string picture(const std::string& name) const {
+    auto bitmap = test::makeBitmap(48, 32, [](size_t x, size_t y) {
+      return std::array<uint8_t, 4>{uint8_t(40 + x * 4), uint8_t(200 - y * 5), uint8_t(90 + x + y), 255};
+    });
+    std::vector<uint8_t> bytes;
+    imageio::encodePNG(*bitmap, {}, bytes);
+    imageio::writeFileAtomically(file(name), bytes);
+    return file(name);
+  }
+  static CGImageRef load(const std::string& path) {
+    auto image = BVImage::initWithContentsOfFile(path);
+    return image ? image->CGImage() : nullptr;
+  }
+  static double meanDifference(const CGImageRef& a, const CGImageRef& b) {
+    double sum = 0;
+    for (size_t y = 0; y < a->height(); ++y)
+      for (size_t x = 0; x < a->width(); ++x)
+        for (int c = 0; c < 3; ++c) sum += std::abs(test::pixelAt(a, x, y)[c] - test::pixelAt(b, x, y)[c]);
+    return sum / double(a->width() * a->height() * 3);
+  }
+
+  fs::path dir_;
+};
+
+TEST_F(RenderCommand, EveryExampleRecipeChangesThePhoto) {
+  std::string photo = std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg";
+  std::string plain = file("plain.png");
+  ASSERT_EQ(test::runCli("render " + write("id.json", "[]") + " " + photo + " -o " + plain + " --max-size 200").status, 0);
+  for (const auto& entry : fs::directory_iterator(std::string(BRENVIA_EXAMPLES) + "/recipes")) {
+    std::string out = file(entry.path().stem().string() + ".png");
+    auto result = test::runCli("render " + entry.path().string() + " " + photo + " -o " + out + " --max-size 200");
+    ASSERT_EQ(result.status, 0) << entry.path() << result.out;
+    EXPECT_GT(meanDifference(load(plain), load(out)), 2.0) << entry.path();
+  }
+}
+
+TEST_F(RenderCommand, EmptyRecipeGivesThePictureBack) {
+  std::string input = picture("in.png"), out = file("out.png");
+  auto result = test::runCli("render " + write("id.json", "[]") + " " + input + " -o " + out);
+  ASSERT_EQ(result.status, 0) << result.out;
+  EXPECT_LE(meanDifference(load(input), load(out)), 0.0);
+}
+
+TEST_F(RenderCommand, BatchesGoToAFolderAndRecipesMayBePropertyLists) {
+  Value recipe = Value::array({{{"type", "adjustment"}, {"exposure", 0.5}}});
+  auto bytes = BVPropertyListWrite(recipe, BVPropertyListFormat::Binary);
+  std::ofstream(file("recipe.bplist"), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
+  fs::create_directories(dir_ / "out");
+  auto result = test::runCli("render " + file("recipe.bplist") + " " + picture("a.png") + " " + picture("b.png") +
+                             " -o " + file("out") + " --threads 2");
+  ASSERT_EQ(result.status, 0) << result.out;
+  EXPECT_TRUE(fs::exists(dir_ / "out" / "a.png"));
+  EXPECT_GT(meanDifference(load(file("a.png")), load((dir_ / "out" / "b.png").string())), 5.0);
+}
+
+TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {
+  std::string input = picture("in.png"), out = file("keep.jpg");
+  write("keep.jpg", "precious");
+  auto broken = test::runCli("render " + write("bad.json", "[{\"type\": ") + " " + input + " -o " + out);
+  EXPECT_EQ(broken.status, 1);
+  EXPECT_EQ(broken.out, "brenvia: " + file("bad.json") + ": not valid JSON\n");
+  auto missing = test::runCli("render " + write("id.json", "[]") + " " + file("nope.jpg") + " -o " + out);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.out.find("brenvia: " + file("nope.jpg") + ": cannot read the picture"), std::string::npos);
+  std::ifstream kept(out);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "precious");
+  EXPECT_EQ(test::runCli("render " + file("id.json") + " " + input + " -o " + file("x.gif")).status, 2);
+  EXPECT_EQ(test::runCli("render " + file("id.json") + " " + input).status, 2);
+  EXPECT_EQ(test::runCli("render " + file("id.json") + " " + input + " -o " + out + " --quality 101").status, 2);
+}
+
+TEST_F(RenderCommand, UnknownTypesLogAndTheRestStillRenders) {
+  auto result = test::runCli("render " + write("r.json", R"([{"type": "sparkle"}, {"type": "adjustment", "exposure": 1}])") +
+                             " " + picture("in.png") + " -o " + file("out.png"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.out.find("[BVFilter] Unable to initialize filter subclass for `sparkle`"), std::string::npos);
+  EXPECT_TRUE(fs::exists(file("out.png")));
+}
+
+TEST_F(RenderCommand, PicturesComeOutUprightAndWithinTheMaximumSize) {
+  // A 40 x 30 picture stored sideways (EXIF 6) whose top-left pixel is red.
+  auto bitmap = test::makeBitmap(40, 30, [](size_t x, size_t y) {
+    return x < 4 && y < 4 ? std::array<uint8_t, 4>{255, 0, 0, 255} : std::array<uint8_t, 4>{0, 0, 255, 255};
+  });
+  std::vector<uint8_t> bytes;
+  imageio::encodePNG(*bitmap, {1.0, 6, false}, bytes);
+  imageio::writeFileAtomically(file("sideways.png"), bytes);
+  ASSERT_EQ(test::runCli("render " + write("id.json", "[]") + " " + file("sideways.png") + " -o " + file("up.png")).status, 0);
+  auto up = load(file("up.png"));
+  ASSERT_EQ(up->width(), 30u);
+  ASSERT_EQ(up->height(), 40u);
+  EXPECT_EQ(test::pixelAt(up, 29, 0)[0], 255);  // the stored top-left corner is now the top right
+  ASSERT_EQ(test::runCli("render " + file("id.json") + " " + file("sideways.png") + " -o " + file("small.png") +
+                         " --max-size 20").status, 0);
+  auto small = load(file("small.png"));
+  EXPECT_EQ(small->height(), 20u);
+  EXPECT_EQ(small->width(), 15u);
+}
+
+TEST_F(RenderCommand, InfoDescribesThePicture) {
+  auto bitmap = test::solidBitmap(40, 30, {1, 2, 3, 255});
+  std::vector<uint8_t> bytes;
+  imageio::encodeJPEG(*bitmap, {1.0, 6, false}, bytes);
+  imageio::writeFileAtomically(file("turned.jpg"), bytes);
+  auto result = test::runCli("info " + file("turned.jpg"));
+  ASSERT_EQ(result.status, 0);
+  EXPECT_EQ(result.out,
+            "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: kCGColorSpaceSRGB\ndepth: no\nmatte: no\n");
+  EXPECT_EQ(test::runCli("info " + file("missing.png")).status, 1);
+}
+
+}  // namespace
+}  // namespace brenvia

@@ -1,0 +1,37 @@
+#include "commands.h"
+
+#include "image/image.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <memory>
+
+namespace brenvia::cli {
+
+void addInfoCommand(CLI::App& app) {
+  auto path = std::make_shared<std::string>();
+  auto* cmd = app.add_subcommand("info", "Describe a picture: size, orientation, colour space, depth and matte");
+  cmd->add_option("input", *path, "Picture file")->required();
+  cmd->callback([path] {
+    // The engine-image backing reads the file's orientation as well as its pixels.
+    auto picture = BVImage::initWithContentsOfFile(
+        *path, Value{{std::string(kBVImageInitializationOptionStorageAPIKey), std::string(kBVImageInitializationOptionStorageAPICoreImage)}});
+    if (!picture) {
+      std::cerr << "brenvia: " << *path << ": cannot read the picture\n";
+      setExitStatus(1);
+      return;
+    }
+    CGSize size = picture->size(), shown = picture->sizeWithOrientation();
+    CGColorSpaceRef space = picture->colorSpace();
+    std::cout << "size: " << size.width << " x " << size.height << '\n'
+              << "orientation: " << picture->EXIFOrientation() << " (shown " << shown.width << " x " << shown.height
+              << ")\n"
+              << "colour space: " << (space ? space->name() : "none") << '\n'
+              << "depth: " << (picture->disparityImageStorage() ? "yes" : "no") << '\n'
+              << "matte: " << (picture->portraitMatteImageStorage() ? "yes" : "no") << '\n';
+  });
+}
+
+}  // namespace brenvia::cli

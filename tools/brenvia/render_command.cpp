@@ -1,0 +1,185 @@
+#include "commands.h"
+#include "recipe_file.h"
+
+#include "filter/filter.h"
+#include "image/image.h"
+#include "platform/imageio/image_io.h"
+#include "processor/image_processor.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+namespace brenvia::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RenderSettings {
+  std::string recipePath;
+  std::vector<std::string> inputs;
+  std::string output;
+  int quality = 100;
+  std::string assets, prefix;
+  std::vector<std::string> disableTags;
+  int maxSize = 0;
+  int threads = 0;
+};
+
+enum class Format { JPEG, PNG };
+
+std::optional<Format> formatOf(const fs::path& path) {
+  std::string ext = path.extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  if (ext == ".jpg" || ext == ".jpeg") return Format::JPEG;
+  if (ext == ".png") return Format::PNG;
+  return std::nullopt;
+}
+
+std::mutex outputMutex;
+
+void fail(const std::string& what, const std::string& why) {
+  std::lock_guard lock(outputMutex);
+  std::cerr << "brenvia: " << what << ": " << why << '\n';
+}
+
+// The picture of one input, turned upright by its EXIF orientation and reduced so that its longer
+// side is at most maxSize (decoded smaller where the format allows).
+std::shared_ptr<BVImage> loadPicture(const std::string& path, int maxSize) {
+  auto decoded = CIImage::imageWithContentsOfFile(path, size_t(std::max(maxSize, 0)));
+  if (!decoded) return nullptr;
+  Value properties = decoded->properties();
+  int orientation = int(BVNumber(properties.value("Orientation", Value(1))).value_or(1));
+  properties["Orientation"] = 1;
+  auto picture = BVImage::initWithCIImage(decoded->imageByApplyingOrientation(orientation)->imageBySettingProperties(properties));
+  if (!picture || maxSize <= 0) return picture;
+  CGSize size = picture->size();
+  double longer = std::max(size.width, size.height);
+  if (longer > maxSize) picture->setScaleAdjustment(maxSize / longer);
+  return picture;
+}
+
+// Renders one input to one output file; false (with one line on stderr) on failure.
+bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
+               int threads) {
+  auto picture = loadPicture(input, s.maxSize);
+  if (!picture) {
+    fail(input, "cannot read the picture");
+    return false;
+  }
+  auto inputs = std::make_shared<BVInput>();
+  if (!s.disableTags.empty()) inputs->disableTags = s.disableTags;
+  BVImageProcessorOptions options;
+  options.input = inputs;
+  CIContextOptions contextOptions;
+  contextOptions.threads = threads;
+  if (CGColorSpaceRef space = picture->colorSpace()) contextOptions.workingColorSpace = contextOptions.outputColorSpace = space;
+  options.sharedCIContext = CIContext::contextWithOptions(contextOptions);
+  auto filters = BVFilter::filtersWithArray(recipe, s.assets.empty() ? std::nullopt : std::optional(s.assets),
+                                            s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
+  auto processor = BVImageProcessor::initWithFilters(std::move(filters), options);
+  auto result = processor->process(picture);
+  CGImageRef bitmap = result ? result->CGImage() : nullptr;
+  if (!bitmap) {
+    fail(input, "rendering failed");
+    return false;
+  }
+  std::vector<uint8_t> bytes;
+  imageio::EncodeOptions encode;
+  encode.quality = s.quality / 100.0;
+  bool encoded = formatOf(output) == Format::PNG ? imageio::encodePNG(*bitmap, encode, bytes)
+                                                 : imageio::encodeJPEG(*bitmap, encode, bytes);
+  if (!encoded) {
+    fail(output.string(), "cannot encode the picture");
+    return false;
+  }
+  std::string error;
+  if (!imageio::writeFileAtomically(output.string(), bytes, &error)) {
+    fail(output.string(), error);
+    return false;
+  }
+  return true;
+}
+
+// Where each input goes: the output file itself, or a file of the input's name in the output folder.
+std::vector<fs::path> outputPaths(const RenderSettings& s) {
+  if (s.inputs.size() == 1 && !fs::is_directory(s.output)) return {fs::path(s.output)};
+  std::vector<fs::path> paths;
+  for (const auto& input : s.inputs) {
+    fs::path name = fs::path(input).filename();
+    if (!formatOf(name)) name.replace_extension(".jpg");
+    paths.push_back(fs::path(s.output) / name);
+  }
+  return paths;
+}
+
+int run(const RenderSettings& s) {
+  if (s.inputs.size() > 1 && !fs::is_directory(s.output)) {
+    fail(s.output, "several inputs need an existing output folder");
+    return 2;
+  }
+  if (s.inputs.size() == 1 && !fs::is_directory(s.output) && !formatOf(s.output)) {
+    fail(s.output, "the output name must end in .jpg, .jpeg or .png");
+    return 2;
+  }
+  std::string error;
+  auto recipe = readRecipe(s.recipePath, error);
+  if (!recipe) {
+    fail(s.recipePath, error);
+    return 1;
+  }
+  const std::vector<fs::path> outputs = outputPaths(s);
+  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+  const unsigned threads = s.threads > 0 ? unsigned(s.threads) : cores;
+  // One picture uses every thread; a batch renders one picture per thread.
+  const unsigned workers = std::min<unsigned>(threads, unsigned(s.inputs.size()));
+  const int threadsPerRender = workers > 1 ? 1 : int(threads);
+  const bool progress = s.inputs.size() > 1 && isatty(STDERR_FILENO);
+  std::atomic<size_t> next{0}, done{0};
+  std::atomic<bool> failed{false};
+  auto work = [&] {
+    for (size_t i = next++; i < s.inputs.size(); i = next++) {
+      if (!renderOne(s, *recipe, s.inputs[i], outputs[i], threadsPerRender)) failed = true;
+      size_t finished = ++done;
+      if (progress) {
+        std::lock_guard lock(outputMutex);
+        std::cerr << "\rbrenvia: rendered " << finished << " of " << s.inputs.size() << std::flush;
+      }
+    }
+  };
+  std::vector<std::thread> pool;
+  for (unsigned w = 1; w < workers; ++w) pool.emplace_back(work);
+  work();
+  for (auto& t : pool) t.join();
+  if (progress) std::cerr << '\n';
+  return failed ? 1 : 0;
+}
+
+}  // namespace
+
+void addRenderCommand(CLI::App& app) {
+  auto settings = std::make_shared<RenderSettings>();
+  auto* cmd = app.add_subcommand("render", "Apply a filter recipe to pictures");
+  cmd->add_option("recipe", settings->recipePath, "Recipe file: JSON or property list array of filters; - for stdin")
+      ->required();
+  cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG)")->required();
+  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png), or folder for several inputs")
+      ->required();
+  cmd->add_option("--quality", settings->quality, "JPEG quality, 0 to 100")->check(CLI::Range(0, 100));
+  cmd->add_option("--assets", settings->assets, "Folder of the pictures the recipe names");
+  cmd->add_option("--prefix", settings->prefix, "Prefix of the picture names");
+  cmd->add_option("--disable-tag", settings->disableTags, "Turn off the filters with this tag (repeatable)");
+  cmd->add_option("--max-size", settings->maxSize, "Scale so that the longer side is at most N pixels")
+      ->check(CLI::PositiveNumber);
+  cmd->add_option("--threads", settings->threads, "Threads to use (default: every core)")->check(CLI::PositiveNumber);
+  cmd->callback([settings] { setExitStatus(run(*settings)); });
+}
+
+}  // namespace brenvia::cli
