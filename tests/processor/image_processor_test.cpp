@@ -1,5 +1,6 @@
 #include "test_support.h"
 
+#include "operators/library_operators.h"
 #include "processor/filter_chain.h"
 #include "processor/image_processor.h"
 
@@ -118,6 +119,27 @@ TEST(ChainStep, OverlaysBlendsAndMasksGetTheirInputs) {
   test::LogCapture log;
   EXPECT_EQ(CIImageWithBVFilters(nullptr, {}, {1, 1}), nullptr);
   EXPECT_EQ(log.lines, std::vector<std::string>{"[BVUtilities] CIImageWithBVFilters cannot chain with a nil image input."});
+}
+
+TEST(ChainStep, OpacityFadesTowardsThePictureFromBeforeTheFilter) {
+  BVRegisterLibraryOperators();
+  const CGRect rect = CGRectMake(0, 0, 2, 2);
+  auto picture = CIImage::imageWithColor(CIColor(0.2, 0.4, 0.6))->imageByCroppingToRect(rect);
+  auto op = [](std::string_view name, const CIFilterParameters& p = {}) { return CIFilter::filterWithName(name, p); };
+  auto half = [&] { return op("BVAlphaCIFilter", {{"inputAlpha", 0.5}}); };
+  auto over = [](const CIImageRef& top, const CIImageRef& bottom) { return top->imageByCompositingOverImage(bottom); };
+  auto fade = [&](const CIImageRef& image) { return image->imageByApplyingFilter("BVAlphaCIFilter", {{"inputAlpha", 0.5}}); };
+  auto render = [&](const CIImageRef& image) { return test::renderFloat(image, rect, test::unmanaged()); };
+  auto inverted = picture->imageByApplyingFilter("CIColorInvert");
+  // [effect, alpha]: the faded effect over the picture.
+  EXPECT_EQ(render(CIImageWithCIFilters(picture, {op("CIColorInvert"), half()})), render(over(fade(inverted), picture)));
+  // [effect, alpha, blend]: the blend of the faded effect over the picture.
+  auto blended = CIImageWithCIFilters(picture, {op("CIColorInvert"), half(), op("CIMultiplyBlendMode")});
+  EXPECT_EQ(render(blended), render(fade(inverted)->imageByApplyingFilter("CIMultiplyBlendMode",
+                                                                          {{"inputBackgroundImage", picture}})));
+  // [effect, alpha, effect2]: the faded effect is laid over the picture first, then effect2 runs on it.
+  auto then = CIImageWithCIFilters(picture, {op("CIColorInvert"), half(), op("CIExposureAdjust", {{"inputEV", 1.0}})});
+  EXPECT_EQ(render(then), render(over(fade(inverted), picture)->imageByApplyingFilter("CIExposureAdjust", {{"inputEV", 1.0}})));
 }
 
 }  // namespace
