@@ -81,6 +81,19 @@ TEST(AdjustmentFilter, EveryStepInItsOrderWithItsInputs) {
   for (const auto& op : chain) EXPECT_TRUE(op->valueForKey("inputImage").isNull()) << op->name();
 }
 
+TEST(AdjustmentFilter, WrongTypedValuesArePassedOver) {
+  test::LogCapture log;
+  auto filters = BVFilter::filtersWithArray(Value::array(
+      {{{"type", "adjustment"}, {"exposure", "bright"}, {"contrast", {1.2}}, {"saturation", nullptr},
+        {"enabled", "yes"}, {"brightness", 0.1}},
+       42,
+       {{"type", 5}}}));
+  ASSERT_EQ(filters.size(), 1u);
+  EXPECT_TRUE(filters[0]->isEnabled());
+  EXPECT_EQ(namesOf(filters[0]->CIFiltersForSize({10, 10})), (Names{"CIColorControls"}));
+  EXPECT_EQ(log.lines.size(), 2u);
+}
+
 TEST(AdjustmentFilter, DefaultsAreComparedExactly) {
   EXPECT_TRUE(adjustment({{"gamma", 0.75}})->CIFiltersForSize({1, 1}).empty());
   auto gammaOne = adjustment({{"gamma", 1.0}})->CIFiltersForSize({1, 1});
