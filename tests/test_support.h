@@ -4,7 +4,11 @@
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/log.h"
 
+#include <stdlib.h>
+
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -65,6 +69,31 @@ class LogCapture {
 
  private:
   BVLogHandler previous_;
+};
+
+// A scratch folder removed with its contents at the end of the test.
+class TempFolder {
+ public:
+  TempFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "brenvia-test-XXXXXX").string();
+    folder_ = ::mkdtemp(pattern.data()) ? pattern : "";
+  }
+  ~TempFolder() {
+    std::error_code ignored;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
+  }
+  std::string path(const std::string& name) const { return folder_ + "/" + name; }
+  std::vector<std::string> entries() const {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(folder_)) names.push_back(e.path().filename().string());
+    return names;
+  }
+  void write(const std::string& name, const std::vector<uint8_t>& bytes) const {
+    std::ofstream(path(name), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  }
+
+ private:
+  std::string folder_;
 };
 
 }  // namespace brenvia::test

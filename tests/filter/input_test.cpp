@@ -12,8 +12,6 @@ TEST(BVInputRecord, DefaultsSliderNumbersAndCopies) {
   BVInput input;
   EXPECT_FALSE(input.sliderNumber());
   EXPECT_FALSE(input.blurSliderNumber());
-  EXPECT_EQ(input.blurSliderMinMultiplier, 0.25);
-  EXPECT_EQ(input.blurSliderMaxMultiplier, 1.75);
   EXPECT_FALSE(input.alphaSliders || input.disableTags || input.otherInput);
   EXPECT_EQ(BVInput::initWithSlider(0.3)->sliderNumber(), 0.3);
 

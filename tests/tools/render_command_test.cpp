@@ -18,13 +18,7 @@ namespace fs = std::filesystem;
 
 class RenderCommand : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("brenvia-render-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string file(const std::string& name) const { return (dir_ / name).string(); }
+  std::string file(const std::string& name) const { return folder_.path(name); }
   std::string write(const std::string& name, const std::string& text) const {
     std::ofstream(file(name)) << text;
     return file(name);
@@ -51,7 +45,7 @@ class RenderCommand : public ::testing::Test {
     return sum / double(a->width() * a->height() * 3);
   }
 
-  fs::path dir_;
+  test::TempFolder folder_;
 };
 
 TEST_F(RenderCommand, EveryExampleRecipeChangesThePhoto) {
@@ -77,12 +71,12 @@ TEST_F(RenderCommand, BatchesGoToAFolderAndRecipesMayBePropertyLists) {
   Value recipe = Value::array({{{"type", "adjustment"}, {"exposure", 0.5}}});
   auto bytes = BVPropertyListWrite(recipe, BVPropertyListFormat::Binary);
   std::ofstream(file("recipe.bplist"), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
-  fs::create_directories(dir_ / "out");
+  fs::create_directories(file("out"));
   auto result = test::runCli("render " + file("recipe.bplist") + " " + picture("a.png") + " " + picture("b.png") +
                              " -o " + file("out") + " --threads 2");
   ASSERT_EQ(result.status, 0) << result.out;
-  EXPECT_TRUE(fs::exists(dir_ / "out" / "a.png"));
-  EXPECT_GT(meanDifference(load(file("a.png")), load((dir_ / "out" / "b.png").string())), 5.0);
+  EXPECT_TRUE(fs::exists(file("out/a.png")));
+  EXPECT_GT(meanDifference(load(file("a.png")), load(file("out/b.png"))), 5.0);
 }
 
 TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {

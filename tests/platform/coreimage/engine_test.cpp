@@ -66,14 +66,6 @@ class MeanOfInput final : public ci::WholeImageKernel {
   }
 };
 
-// Leaves pixels alone and counts the spans it sees.
-class CountSpans final : public ci::PointKernel {
- public:
-  mutable std::atomic<int> spans{0};
-  std::string_view name() const override { return "test count"; }
-  void apply(Span&, std::span<const Span* const>, const ci::RenderEnv&) const override { ++spans; }
-};
-
 CIImageRef noise(size_t w, size_t h) { return CIImage::imageWithCGImage(test::noiseBitmap(w, h)); }
 
 std::vector<float> renderWith(const CIImageRef& image, const CGRect& rect, int threads, int tile) {
@@ -110,17 +102,6 @@ TEST(Tiling, OutputDoesNotDependOnTileSizeOrThreads) {
   EXPECT_EQ(reference, renderWith(moved, rect, 1, 100));
 }
 
-TEST(Tiling, AnImageReadTwiceIsComputedOncePerSpan) {
-  auto counter = std::make_shared<CountSpans>();
-  auto source = noise(300, 20);
-  auto counted = CIImage::makePoint(counter, {source}, source->extent());
-  auto doubled = CIImage::makePoint(std::make_shared<Add>(), {counted, counted}, source->extent());
-  auto out = renderWith(doubled, CGRectMake(0, 0, 300, 20), 1, 512);
-  EXPECT_EQ(counter->spans.load(), 20 * 2);  // 20 rows of two spans (256 + 44 pixels)
-  auto single = renderWith(source, CGRectMake(0, 0, 300, 20), 1, 512);
-  EXPECT_FLOAT_EQ(out[100], 2 * single[100]);
-}
-
 TEST(Tiling, WholeImageKernelRunsOncePerRender) {
   auto kernel = std::make_shared<MeanOfInput>();
   auto source = CIImage::imageWithCGImage(test::solidBitmap(100, 80, {10, 10, 10, 255}));
@@ -151,24 +132,6 @@ TEST(Graph, TransformsComposeAndOrientationMovesCorners) {
   auto twice = image->imageByApplyingTransform(CGAffineTransformMakeScale(2, 2))
                    ->imageByApplyingTransform(CGAffineTransformMakeScale(0.5, 0.5));
   EXPECT_EQ(twice.get(), image.get());
-}
-
-TEST(Graph, CropUsesPixelCentresAndClampRepeatsEdges) {
-  auto image = noise(10, 10);
-  auto cropped = image->imageByCroppingToRect(CGRectMake(2.4, 3.6, 4.2, 2));
-  auto full = renderWith(image, CGRectMake(0, 0, 10, 10), 1, 512);
-  auto out = renderWith(cropped, CGRectMake(0, 0, 10, 10), 1, 512);
-  for (size_t y = 0; y < 10; ++y)
-    for (size_t x = 0; x < 10; ++x) {
-      double cx = x + 0.5, cy = 9 - y + 0.5;  // row y of the top-first buffer is plane row 9 - y
-      bool inside = cx >= 2.4 && cx < 6.6 && cy >= 3.6 && cy < 5.6;
-      EXPECT_EQ(out[(y * 10 + x) * 4 + 3], inside ? full[(y * 10 + x) * 4 + 3] : 0.0f) << x << "," << y;
-    }
-  auto clamped = image->imageByClampingToExtent();
-  EXPECT_TRUE(CGRectIsInfinite(clamped->extent()));
-  auto outside = renderWith(clamped, CGRectMake(-5, 3, 1, 1), 1, 512);
-  // Plane pixel (0, 3) is row 6 of the top-first render.
-  for (int c = 0; c < 4; ++c) EXPECT_EQ(outside[size_t(c)], full[(6 * 10 + 0) * 4 + size_t(c)]);
 }
 
 TEST(Graph, EmptyAndInfiniteRectanglesGiveNoBitmap) {

@@ -5,21 +5,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <filesystem>
 
 namespace brenvia {
 namespace {
 
-namespace fs = std::filesystem;
-
 class ImageFiles : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("brenvia-files-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   // A 64 x 48 gradient written as a JPEG carrying the given orientation.
   std::string writeGradient(int orientation) {
     auto bitmap = test::makeBitmap(64, 48, [](size_t x, size_t y) {
@@ -27,12 +18,11 @@ class ImageFiles : public ::testing::Test {
     });
     std::vector<uint8_t> bytes;
     EXPECT_TRUE(imageio::encodeJPEG(*bitmap, {1.0, orientation, false}, bytes));
-    std::string path = (dir_ / "gradient.jpg").string();
-    EXPECT_TRUE(imageio::writeFileAtomically(path, bytes));
-    return path;
+    EXPECT_TRUE(imageio::writeFileAtomically(folder_.path("gradient.jpg"), bytes));
+    return folder_.path("gradient.jpg");
   }
 
-  fs::path dir_;
+  test::TempFolder folder_;
 };
 
 TEST_F(ImageFiles, PropertiesComeFromTheFileAndOrientationIsNotApplied) {
@@ -47,7 +37,7 @@ TEST_F(ImageFiles, PropertiesComeFromTheFileAndOrientationIsNotApplied) {
 
 TEST_F(ImageFiles, JpegRoundTripKeepsPixelsAndOrientation) {
   auto image = CIImage::imageWithContentsOfFile(writeGradient(3));
-  std::string out = (dir_ / "out.jpg").string();
+  std::string out = folder_.path("out.jpg");
   std::string error;
   ASSERT_TRUE(CIContext::context()->writeJPEGRepresentationOfImage(image, out, CGColorSpaceCreateDeviceRGB(), {1.0},
                                                                    &error))
@@ -65,11 +55,11 @@ TEST_F(ImageFiles, JpegRoundTripKeepsPixelsAndOrientation) {
 TEST_F(ImageFiles, FailedWritesLeaveNothingBehind) {
   auto image = CIImage::imageWithColor(CIColor(1, 0, 0))->imageByCroppingToRect(CGRectMake(0, 0, 8, 8));
   std::string error;
-  std::string missingFolder = (dir_ / "no-such-folder" / "out.jpg").string();
+  std::string missingFolder = folder_.path("no-such-folder/out.jpg");
   EXPECT_FALSE(CIContext::context()->writeJPEGRepresentationOfImage(image, missingFolder, nullptr, {}, &error));
   EXPECT_FALSE(error.empty());
   EXPECT_FALSE(CIContext::context()->JPEGRepresentationOfImage(CIImage::imageWithColor(CIColor(1, 0, 0)), nullptr));
-  EXPECT_TRUE(fs::is_empty(dir_));
+  EXPECT_TRUE(folder_.entries().empty());
 }
 
 TEST_F(ImageFiles, SmallerDecodesForSmallerOutputs) {
@@ -78,7 +68,7 @@ TEST_F(ImageFiles, SmallerDecodesForSmallerOutputs) {
   EXPECT_TRUE(CGRectEqualToRect(image->extent(), CGRectMake(0, 0, 16, 12)));
   EXPECT_EQ(image->properties()["PixelWidth"], 64);
   test::LogCapture log;
-  EXPECT_EQ(CIImage::imageWithContentsOfFile((dir_ / "missing.jpg").string()), nullptr);
+  EXPECT_EQ(CIImage::imageWithContentsOfFile(folder_.path("missing.jpg")), nullptr);
   EXPECT_EQ(log.lines.size(), 1u);
 }
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/log.h"
+#include "test_support.h"
 #include "platform/foundation/property_list.h"
 
 #include <gtest/gtest.h>
@@ -14,12 +14,7 @@ namespace {
 
 std::vector<uint8_t> bytesOf(std::string_view s) { return {s.begin(), s.end()}; }
 
-// Collects log lines while alive.
-struct LogCapture {
-  std::vector<std::string> lines;
-  BVLogHandler previous = BVSetLogHandler([this](std::string_view l) { lines.emplace_back(l); });
-  ~LogCapture() { BVSetLogHandler(previous); }
-};
+using test::LogCapture;
 
 std::optional<Value> read(const std::vector<uint8_t>& bytes) { return BVPropertyListRead(bytes.data(), bytes.size()); }
 
@@ -62,14 +57,12 @@ TEST(PropertyList, BinaryAndXMLRoundTripsKeepEveryKindOfValue) {
   }
 }
 
-TEST(PropertyList, TopLevelScalarsAndArraysRoundTrip) {
+TEST(PropertyList, TopLevelValuesAndUnsignedNumbersRoundTrip) {
   for (const Value& v : {Value("only"), Value(-42), Value(1.5), Value(true), Value::array({Value::array()})}) {
     EXPECT_EQ(read(BVPropertyListWrite(v, BVPropertyListFormat::Binary)), v);
     EXPECT_EQ(read(BVPropertyListWrite(v, BVPropertyListFormat::XML)), v);
   }
-}
-
-TEST(PropertyList, NumbersBeyondSignedRangeAreWrittenAsReals) {
+  // Numbers beyond the signed range are written as reals.
   Value big = std::numeric_limits<uint64_t>::max();
   auto back = read(BVPropertyListWrite(big));
   ASSERT_TRUE(back);

@@ -132,9 +132,7 @@ TEST(ImageIOScaledDecode, JpegPicksTheSmallestScaleAboveTheRequest) {
   auto bytes = encodeOrDie(*gradient(F::RGB8, 1000, 600, CGColorSpaceCreateDeviceRGB()), false);
   struct Case {
     size_t request, width, height;
-  } cases[] = {{0, 1000, 600},   {1000, 1000, 600}, {999, 1000, 600}, {500, 500, 300},
-               {400, 500, 300},  {250, 250, 150},   {126, 250, 150},  {125, 125, 75},
-               {1, 125, 75},     {5000, 1000, 600}};
+  } cases[] = {{0, 1000, 600}, {999, 1000, 600}, {500, 500, 300}, {126, 250, 150}, {1, 125, 75}, {5000, 1000, 600}};
   for (const Case& c : cases) {
     DecodeOptions options;
     options.maxPixelSize = c.request;

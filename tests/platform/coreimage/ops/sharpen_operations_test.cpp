@@ -10,17 +10,9 @@ using test::Plane;
 
 double luma(const Pixel& p) { return 0.2126 * p[0] + 0.7152 * p[1] + 0.0722 * p[2]; }
 
-TEST(SharpenOperations, InputKeysDefaultsAndMissingImage) {
-  auto unsharp = CIFilter::filterWithName("CIUnsharpMask");
-  EXPECT_EQ(unsharp->inputKeys(), (std::vector<std::string>{"inputImage", "inputRadius", "inputIntensity"}));
-  EXPECT_EQ(unsharp->number("inputRadius"), 2.5);
-  EXPECT_EQ(unsharp->number("inputIntensity"), 0.5);
-  EXPECT_EQ(unsharp->outputImage(), nullptr);
-  auto sharpen = CIFilter::filterWithName("CISharpenLuminance");
-  EXPECT_EQ(sharpen->inputKeys(), (std::vector<std::string>{"inputImage", "inputSharpness", "inputRadius"}));
-  EXPECT_EQ(sharpen->number("inputSharpness"), 0.4);
-  EXPECT_EQ(sharpen->number("inputRadius"), 1.69);
-  EXPECT_EQ(sharpen->outputImage(), nullptr);
+TEST(SharpenOperations, MissingImage) {
+  for (auto name : {"CIUnsharpMask", "CISharpenLuminance"})
+    EXPECT_EQ(CIFilter::filterWithName(name)->outputImage(), nullptr) << name;
 }
 
 TEST(CIUnsharpMask, AddsTheDifferenceFromTheBlur) {
