@@ -23,12 +23,7 @@ class LinearGradientKernel final : public PointKernel {
     // Two plain loops (t, then the mix) so that both vectorise.
     alignas(64) float t[kSpan];
     for (int i = 0; i < s.n; ++i) t[i] = std::clamp(float(t0 + double(i) * dt), 0.0f, 1.0f);
-    for (int i = 0; i < s.n; ++i) {
-      s.r[i] = from[0] + (to[0] - from[0]) * t[i];
-      s.g[i] = from[1] + (to[1] - from[1]) * t[i];
-      s.b[i] = from[2] + (to[2] - from[2]) * t[i];
-      s.a[i] = from[3] + (to[3] - from[3]) * t[i];
-    }
+    mixSpan(s, from, to, t);
   }
 
  private:

@@ -42,6 +42,16 @@ inline float unpremultipliedLuma(const Span& s, int i) {
   return (0.2126f * s.r[i] + 0.7152f * s.g[i] + 0.0722f * s.b[i]) * unpremultiplyFactor(s.a[i]);
 }
 
+// Fills the span with mix(from, to, t[i]) on premultiplied pixels (the gradients' colour ramp).
+inline void mixSpan(Span& s, const std::array<float, 4>& from, const std::array<float, 4>& to, const float* t) {
+  for (int i = 0; i < s.n; ++i) {
+    s.r[i] = from[0] + (to[0] - from[0]) * t[i];
+    s.g[i] = from[1] + (to[1] - from[1]) * t[i];
+    s.b[i] = from[2] + (to[2] - from[2]) * t[i];
+    s.a[i] = from[3] + (to[3] - from[3]) * t[i];
+  }
+}
+
 // The unpremultiplied luma of an image as an opaque grey picture (for blurring a luma plane).
 CIImageRef lumaPlane(const CIImageRef& image);
 

@@ -24,12 +24,7 @@ class RadialGradientKernel final : public PointKernel {
       double dx = dx0 + double(i), rho = std::sqrt(dx * dx + dy * dy);
       t[i] = step ? (rho < r0_ ? 0.0f : 1.0f) : std::clamp(float((rho - r0_) * scale), 0.0f, 1.0f);
     }
-    for (int i = 0; i < s.n; ++i) {
-      s.r[i] = from[0] + (to[0] - from[0]) * t[i];
-      s.g[i] = from[1] + (to[1] - from[1]) * t[i];
-      s.b[i] = from[2] + (to[2] - from[2]) * t[i];
-      s.a[i] = from[3] + (to[3] - from[3]) * t[i];
-    }
+    mixSpan(s, from, to, t);
   }
 
  private:
