@@ -157,17 +157,11 @@ bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& 
       PixelRect t = PixelRect{rect.x + tx * tile, rect.y + ty * tile, tile, tile}.intersect(rect);
       computeRois(plan.stages, *plan.root, t, ts, false);
       prepareStages(plan.stages, *plan.root, ts);
-      Span& s = ts.span(plan.root->id, 0);
-      for (int64_t y = t.y; y < t.maxY(); ++y) {
-        uint8_t* line = target.data + size_t(rect.maxY() - 1 - y) * target.rowBytes;
-        for (int64_t x = t.x; x < t.maxX(); x += kSpan) {
-          s.x = x;
-          s.y = y;
-          s.n = int(std::min<int64_t>(kSpan, t.maxX() - x));
-          plan.root->read(s, ts);
-          writer.write(s, line + size_t(x - rect.x) * pixelBytes);
-        }
-      }
+      forEachSpan(t, ts.span(plan.root->id, 0), [&](Span& s) {
+        plan.root->read(s, ts);
+        uint8_t* line = target.data + size_t(rect.maxY() - 1 - s.y) * target.rowBytes;
+        writer.write(s, line + size_t(s.x - rect.x) * pixelBytes);
+      });
     });
   });
   return true;

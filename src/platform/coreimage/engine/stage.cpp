@@ -109,17 +109,10 @@ void prepareStages(const std::vector<std::unique_ptr<Stage>>& stages, const Stag
 }
 
 void fillFromStage(const Stage& stage, const PlanarView& into, TileState& ts) {
-  const PixelRect& rect = into.rect;
-  Span& s = ts.span(stage.id, 0);
-  for (int64_t y = rect.y; y < rect.maxY(); ++y) {
-    for (int64_t x = rect.x; x < rect.maxX(); x += kSpan) {
-      s.x = x;
-      s.y = y;
-      s.n = int(std::min<int64_t>(kSpan, rect.maxX() - x));
-      stage.read(s, ts);
-      into.write(s);
-    }
-  }
+  forEachSpan(into.rect, ts.span(stage.id, 0), [&](Span& s) {
+    stage.read(s, ts);
+    into.write(s);
+  });
 }
 
 void renderStage(const std::vector<std::unique_ptr<Stage>>& stages, const Stage& root, const PixelRect& rect,

@@ -60,6 +60,19 @@ struct TileState {
   PlanarBuffer& buffer(int stage, size_t k);
 };
 
+// Calls fn(s) for each span of at most kSpan pixels covering rect, row by row, with s.x, s.y, s.n set.
+template <class F>
+void forEachSpan(const PixelRect& rect, Span& s, F&& fn) {
+  for (int64_t y = rect.y; y < rect.maxY(); ++y) {
+    for (int64_t x = rect.x; x < rect.maxX(); x += kSpan) {
+      s.x = x;
+      s.y = y;
+      s.n = int(std::min<int64_t>(kSpan, rect.maxX() - x));
+      fn(s);
+    }
+  }
+}
+
 // Fills `into` with rows of an already prepared stage. Uses the stage's span 0; a stage's own
 // temporaries use spans 1 and up.
 void fillFromStage(const Stage& stage, const PlanarView& into, TileState& ts);

@@ -202,16 +202,10 @@ class ReducedAffineStage final : public Stage {
     const PlanarView& view = buffer.view();
     for (int c = 0; c < 4; ++c) std::fill_n(view.plane[c], view.stride * size_t(view.rect.h), 0.0f);
     const PixelRect rows = inputRoi(0, roi).intersect(ts.slots[size_t(input.id)].roi);
-    Span& s = ts.span(id, 1);
-    for (int64_t y = rows.y; y < rows.maxY(); ++y) {
-      for (int64_t x = rows.x; x < rows.maxX(); x += kSpan) {
-        s.x = x;
-        s.y = y;
-        s.n = int(std::min<int64_t>(kSpan, rows.maxX() - x));
-        input.read(s, ts);
-        addToReducedRow(s, kx_, floorDiv(y, ky_), view);
-      }
-    }
+    forEachSpan(rows, ts.span(id, 1), [&](Span& s) {
+      input.read(s, ts);
+      addToReducedRow(s, kx_, floorDiv(s.y, ky_), view);
+    });
     const float scale = 1.0f / float(kx_ * ky_);
     for (int c = 0; c < 4; ++c) {
       float* p = view.plane[c];
