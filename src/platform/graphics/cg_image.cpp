@@ -58,6 +58,15 @@ std::shared_ptr<const CGImage> CGImage::create(size_t width, size_t height, size
   return make(width, height, bytesPerRow, format, std::move(colorSpace), std::move(data));
 }
 
+std::shared_ptr<const CGImage> CGImage::createArriving(size_t width, size_t height, size_t bytesPerRow,
+                                                       CGPixelFormat format, CGColorSpaceRef colorSpace,
+                                                       std::shared_ptr<const uint8_t[]> data,
+                                                       std::shared_ptr<const CGImageRowArrival> arrival) {
+  auto image = create(width, height, bytesPerRow, format, std::move(colorSpace), std::move(data));
+  if (image) std::const_pointer_cast<CGImage>(image)->arrival_ = std::move(arrival);
+  return image;
+}
+
 std::shared_ptr<CGImage> CGImage::allocate(size_t width, size_t height, CGPixelFormat format,
                                            CGColorSpaceRef colorSpace) {
   if (!representable(width, height)) return nullptr;

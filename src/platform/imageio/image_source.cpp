@@ -116,21 +116,26 @@ std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const D
                                        std::string_view name) {
   DecodedImage out;
   if (!data) size = 0;
-  Source source{data, size, nullptr};
+  Source source;
+  source.data = data;
+  source.size = size;
   if (!readAny(source, data, size, ReadMode::Pixels, options, name, out)) return std::nullopt;
   return out;
 }
 
 std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOptions& options) {
   std::string why;
-  std::vector<uint8_t> bytes;
+  auto bytes = std::make_shared<std::vector<uint8_t>>();
   FilePtr f = openForReading(path, why);
-  if (!f || !readWholeFile(f.get(), bytes, why)) {
+  if (!f || !readWholeFile(f.get(), *bytes, why)) {
     detail::logFailure("read", path, why);
     return std::nullopt;
   }
   f.reset();
-  return decodeData(bytes.data(), bytes.size(), options, path);
+  DecodedImage out;
+  Source source{bytes->data(), bytes->size(), nullptr, bytes, path};
+  if (!readAny(source, bytes->data(), bytes->size(), ReadMode::Pixels, options, path, out)) return std::nullopt;
+  return out;
 }
 
 std::optional<Value> readProperties(const std::string& path) {
@@ -144,7 +149,8 @@ std::optional<Value> readProperties(const std::string& path) {
   size_t headSize = std::fread(head, 1, sizeof head, f.get());
   std::rewind(f.get());
   DecodedImage out;
-  Source source{nullptr, 0, f.get()};
+  Source source;
+  source.file = f.get();
   if (!readAny(source, head, headSize, ReadMode::HeaderOnly, {}, path, out)) return std::nullopt;
   return std::move(out.properties);
 }
