@@ -23,6 +23,10 @@ enum class CGPixelFormat {
   RGBAFloatPremultiplied,
 };
 
+// Memory for pixels, or null when it cannot be had. Large blocks are backed by huge pages where
+// the system offers them, which saves most of the page faults of a first write.
+std::shared_ptr<uint8_t[]> CGPixelMemoryAllocate(size_t bytes, bool zeroed);
+
 size_t CGPixelFormatBytesPerPixel(CGPixelFormat f);
 size_t CGPixelFormatComponents(CGPixelFormat f);
 bool CGPixelFormatHasAlpha(CGPixelFormat f);

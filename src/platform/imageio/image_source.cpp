@@ -15,7 +15,7 @@ bool PixelBuffer::allocate(size_t w, size_t h, CGPixelFormat f) {
   height = h;
   format = f;
   bytesPerRow = (w * CGPixelFormatBytesPerPixel(f) + 15) & ~size_t{15};
-  data.reset(new (std::nothrow) uint8_t[bytesPerRow * h]);
+  data = CGPixelMemoryAllocate(bytesPerRow * h, false);
   return data != nullptr;
 }
 

@@ -181,13 +181,17 @@ bool joinStrips(std::vector<std::vector<uint8_t>>& strips, size_t height, std::v
   if (!locateScan(first, scanStart, heightOffset)) return false;
   first[heightOffset] = static_cast<uint8_t>(height >> 8);
   first[heightOffset + 1] = static_cast<uint8_t>(height);
-  out = std::move(first);
-  out.resize(out.size() - 2);
+  size_t total = 0;
+  for (const auto& strip : strips) total += strip.size();
+  out.clear();
+  out.reserve(total);
+  out.insert(out.end(), first.begin(), first.end() - 2);
   for (size_t k = 1; k < strips.size(); ++k) {
     if (!locateScan(strips[k], scanStart, heightOffset)) return false;
     out.push_back(0xff);
     out.push_back(static_cast<uint8_t>(0xd0 + ((k - 1) & 7)));
     out.insert(out.end(), strips[k].begin() + static_cast<ptrdiff_t>(scanStart), strips[k].end() - 2);
+    std::vector<uint8_t>().swap(strips[k]);  // the joined file takes its place
   }
   out.push_back(0xff);
   out.push_back(0xd9);
