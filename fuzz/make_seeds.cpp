@@ -1,5 +1,5 @@
-// Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list and
-// <folder>/keyed_archive, each a set of small valid files. Layouts our encoders do not produce
+// Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list,
+// <folder>/keyed_archive and <folder>/acv, each a set of small valid files. Layouts our encoders do not produce
 // (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths, interlacing)
 // are written with libjpeg and libspng.
 
@@ -156,6 +156,18 @@ void writeArchiveSeeds() {
 
 }  // namespace
 
+// An ACV file: version 4, the four curves with a few (y, x) points each, big-endian.
+void writeCurveSeeds() {
+  std::vector<uint8_t> acv = {0, 4, 0, 4};
+  const std::vector<std::vector<int>> curves = {{0, 0, 255, 255}, {10, 0, 140, 100, 250, 255}, {0, 0, 255, 255},
+                                                {30, 0, 200, 128, 255, 240}};
+  for (const auto& points : curves) {
+    acv.insert(acv.end(), {0, uint8_t(points.size() / 2)});
+    for (int v : points) acv.insert(acv.end(), {uint8_t(v >> 8), uint8_t(v)});
+  }
+  save("acv", "curves.acv", acv);
+}
+
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::fprintf(stderr, "usage: %s <folder>\n", argv[0]);
@@ -206,5 +218,6 @@ int main(int argc, char** argv) {
   save("png", "rgb_trns.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR, 8, false, true));
   save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
   writeArchiveSeeds();
+  writeCurveSeeds();
   return 0;
 }
