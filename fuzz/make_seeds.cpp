@@ -1,7 +1,7 @@
 // Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list,
-// <folder>/keyed_archive and <folder>/acv, each a set of small valid files. Layouts our encoders do not produce
-// (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths, interlacing)
-// are written with libjpeg and libspng.
+// <folder>/keyed_archive, <folder>/acv and <folder>/lut_text, each a set of small valid files.
+// Layouts our encoders do not produce (progressive and arithmetic JPEG, CMYK, restart markers,
+// palettes, low bit depths, interlacing) are written with libjpeg and libspng.
 
 #include "platform/foundation/keyed_archive.h"
 #include "platform/foundation/property_list.h"
@@ -166,6 +166,9 @@ void writeCurveSeeds() {
     for (int v : points) acv.insert(acv.end(), {uint8_t(v >> 8), uint8_t(v)});
   }
   save("acv", "curves.acv", acv);
+  std::string cube = "TITLE \"seed\"\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\nLUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) cube += std::to_string(i & 1) + " " + std::to_string(i >> 1 & 1) + " 0.5\n";
+  save("lut_text", "seed.cube", std::vector<uint8_t>(cube.begin(), cube.end()));
 }
 
 int main(int argc, char** argv) {
