@@ -1,4 +1,5 @@
 #include "platform/coreimage/engine/color_conversion.h"
+#include "platform/coreimage/engine/vector_clones.h"
 #include "platform/coreimage/ops/op_support.h"
 #include "platform/foundation/log.h"
 
@@ -100,7 +101,7 @@ class ColorCubeKernel final : public PointKernel {
 
   // Replaces the colour by the table's value for in·k, scaled by alpha. Built for AVX2 as well,
   // picked at load time: three-operand forms and broadcasts make the lookup about a third faster.
-  __attribute__((target_clones("avx2", "default"))) void lookup(Span& s, const float* k, bool tetrahedral) const {
+  BV_AVX2_CLONES void lookup(Span& s, const float* k, bool tetrahedral) const {
     alignas(64) float fr[kSpan], fg[kSpan], fb[kSpan];
     alignas(64) int32_t cell[kSpan] = {};
     const int32_t dg = n_, db = n_ * n_;
