@@ -231,7 +231,8 @@ bool BVFilter::shouldApply() {
 }
 
 // Random values first, then the slider, so that a slider overrides a random value at the same key
-// path. The transformed parameters keep both entries: each pass applies them again.
+// path. The transformed parameters keep both entries: each pass applies them again. The entries are
+// copied because setParameters replaces the dictionary they live in.
 void BVFilter::prepareToApply() {
   std::shared_ptr<BVInput> input = inputOf(processor());
   BVRandomization* randomization = randomizationOf(input);

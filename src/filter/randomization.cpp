@@ -34,7 +34,7 @@ std::string addressText(const void* address) {
   return buffer;
 }
 
-// A word stands for itself and an object for its address; no context is given as `none`.
+// A word stands for itself, an object for its address, and `none` for no context.
 std::string contextText(const BVRandomizationContext& context, const std::string& none) {
   if (const auto* word = std::get_if<std::string>(&context)) return *word;
   if (const auto* object = std::get_if<const void*>(&context)) return addressText(*object);
@@ -53,11 +53,13 @@ uint32_t drawThrough(BVRandomizationValues& store, const std::string& key, uint3
 
 // A whole number from 0 to 2^32 - 1, as draws are.
 std::optional<uint32_t> storedNumber(const Value& number) {
-  if (!number.is_number_integer()) return std::nullopt;
-  const bool fits = number.is_number_unsigned() ? number.get<uint64_t>() <= std::numeric_limits<uint32_t>::max()
-                                                : number.get<int64_t>() >= 0 &&
-                                                      number.get<int64_t>() <= std::numeric_limits<uint32_t>::max();
-  return fits ? std::optional(number.get<uint32_t>()) : std::nullopt;
+  constexpr int64_t kLargest = std::numeric_limits<uint32_t>::max();
+  if (number.is_number_unsigned()) {
+    if (number.get<uint64_t>() <= uint64_t(kLargest)) return number.get<uint32_t>();
+  } else if (number.is_number_integer()) {
+    if (int64_t n = number.get<int64_t>(); n >= 0 && n <= kLargest) return uint32_t(n);
+  }
+  return std::nullopt;
 }
 
 std::string joined(const std::set<std::string>& words) {

@@ -133,6 +133,22 @@ TEST_F(ClassLevel, InstancesKeepTheirOwnDrawsWhateverThePauseState) {
   EXPECT_EQ(first.storedRandomizationValues().size(), 1u);
 }
 
+TEST_F(ClassLevel, FiltersDrawUnderTheContextOfTheirRun) {
+  auto context = std::make_shared<int>(0);
+  auto input = BVInput::initWithRandomization(std::make_shared<BVRandomization>());
+  auto processor = BVImageProcessor::initWithFilters({}, BVImageProcessorOptions{.input = input});
+  processor->process(BVImage::initWithCGImage(test::solidBitmap(2, 2, {9, 9, 9, 255})), context);
+  auto filter = BVFilter::filter();
+  filter->setProcessor(processor);
+  uint32_t drawn = filter->randomInt32Uniform(kWide);
+  EXPECT_EQ(input->randomization->storedRandomizationValues(),
+            (BVRandomizationValues{{BVRandomizationDrawKey(kWide, context.get()), drawn}}));
+
+  input->randomization = nullptr;
+  pause({});
+  EXPECT_EQ(filter->randomInt32Uniform(kWide), BVRandomization::classRandomInt32Uniform(kWide, context.get()));
+}
+
 TEST(StoredRandomization, EqualityIsOneWayAndCodingKeepsTheStore) {
   BVRandomization empty, stored;
   stored.setStoredRandomizationValues({{"100-general", 42}, {"2-0x1", 1}});

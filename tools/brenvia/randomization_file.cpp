@@ -34,7 +34,7 @@ Value archived(const BVRandomization& randomization) {
 
 std::optional<RandomizationFile> RandomizationFile::open(const std::string& path, std::string& error) {
   RandomizationFile file(path);
-  if (!fs::exists(path)) return file;
+  if (std::error_code unknown; !fs::exists(path, unknown) && !unknown) return file;
   std::ifstream stream(path, std::ios::binary);
   if (!stream) {
     error = std::strerror(errno);
