@@ -51,8 +51,8 @@ bool storeAtPath(Value& node, std::span<const std::string> keys, const Value& va
   return step == node.end() || storeAtPath(*step, keys.subspan(1), value);
 }
 
-// A bound read as a 32-bit float and counted in steps: floor(bound * kSteps + 0.5) rounded to a
-// 32-bit float. Nothing for a bound that is not a number or too large.
+// A bound read as a 32-bit float and counted in steps: bound * kSteps + 0.5, rounded to a 32-bit
+// float and then down to a whole number. Nothing for a bound that is not a number or too large.
 std::optional<int64_t> scaledBound(const Value& transformation, std::string_view key) {
   const Value* member = BVMember(transformation, key);
   if (!member) return 0;

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <set>
+
 namespace brenvia {
 namespace {
 
@@ -115,6 +117,56 @@ TEST(PrepareToApply, RandomValuesThenSlidersOnEveryPass) {
   Value once = preparedParameters(recipe, input);
   EXPECT_EQ(preparedParameters(recipe, input, 3)["exposure"], once["exposure"]);
   EXPECT_EQ(preparedParameters(recipe, nullptr)["saturation"], nullptr);
+}
+
+// Large enough that two independent draws are equal once in a billion.
+constexpr uint32_t kWide = 1'000'000'000;
+
+// A filter draws on its run's stored randomization, which ignores the pause, or else at class level.
+TEST(FilterDraws, UnderTheContextOfTheirRun) {
+  auto context = std::make_shared<int>(0);
+  auto input = BVInput::initWithRandomization(std::make_shared<BVRandomization>());
+  auto processor = BVImageProcessor::initWithFilters({}, BVImageProcessorOptions{.input = input});
+  processor->process(BVImage::initWithCGImage(test::solidBitmap(2, 2, {9, 9, 9, 255})), context);
+  auto filter = BVFilter::filter();
+  filter->setProcessor(processor);
+  BVRandomization::pauseRandomizingInContext({});
+  uint32_t drawn = filter->randomInt32Uniform(kWide);
+  EXPECT_EQ(filter->randomInt32Uniform(kWide), drawn);
+  EXPECT_EQ(input->randomization->storedRandomizationValues(),
+            (BVRandomizationValues{{BVRandomizationDrawKey(kWide, context.get()), drawn}}));
+  EXPECT_TRUE(BVRandomization::copyCurrentRandomization()->isEmpty());
+
+  input->randomization = nullptr;
+  EXPECT_EQ(filter->randomInt32Uniform(kWide), BVRandomization::classRandomInt32Uniform(kWide, context.get()));
+  BVRandomization::resumeRandomizingInContext({});
+}
+
+TEST(FilterDraws, FrequencyComparesWithADrawBelowOneHundred) {
+  auto randomization = std::make_shared<BVRandomization>();
+  auto processor = BVImageProcessor::initWithFilters(
+      {}, BVImageProcessorOptions{.input = BVInput::initWithRandomization(randomization)});
+  auto filter = BVFilter::filter();
+  filter->setProcessor(processor);
+  EXPECT_TRUE(filter->shouldApply());
+  EXPECT_TRUE(randomization->isEmpty());  // frequency 1 draws nothing
+
+  auto appliesWith = [&](double frequency, uint32_t draw) {
+    randomization->setStoredRandomizationValues({{"100-general", draw}});
+    filter->setParameters({{"filterFrequency", frequency}});
+    return filter->shouldApply();
+  };
+  EXPECT_FALSE(appliesWith(0.0, 99));
+  EXPECT_TRUE(appliesWith(0.25, 75));
+  EXPECT_FALSE(appliesWith(0.25, 74));
+  EXPECT_TRUE(appliesWith(1.5, 0));
+
+  // Without stored draws a frequency in between sometimes applies and sometimes not.
+  auto free = BVFilter::filter();
+  free->setParameters({{"filterFrequency", 0.5}});
+  std::set<bool> answers;
+  for (int i = 0; i < 60 && answers.size() < 2; ++i) answers.insert(free->shouldApply());
+  EXPECT_EQ(answers.size(), 2u);
 }
 
 }  // namespace
