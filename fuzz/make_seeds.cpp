@@ -1,5 +1,5 @@
 // Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list and
-// <folder>/keyed_archive, each a set of small valid files. Layouts our encoders do not produce
+// <folder>/keyed_archive and <folder>/recipe, each a set of small valid files. Layouts our encoders do not produce
 // (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths, interlacing)
 // are written with libjpeg and libspng.
 
@@ -154,6 +154,22 @@ void writeArchiveSeeds() {
   save("keyed_archive", "nested.plist", BVKeyedArchiver::archivedData(outer, BVPropertyListFormat::XML));
 }
 
+// JSON recipes whose values move: random ranges and picks, and sliders through nested key paths.
+void writeRecipeSeeds() {
+  Value moving = Value::array(
+      {{{"type", "adjustment"},
+        {"exposure", 0.1},
+        {"filterFrequency", 0.5},
+        {"random", {{{"keyPath", "exposure"}, {"minimum", -1}, {"maximum", 1}},
+                    {{"keyPath", "hue"}, {"values", {0, 0.5, 1}}}}},
+        {"sliderInput", {{{"keyPath", "saturation"}, {"minimum", 0}, {"maximum", 2}}}}},
+       {{"type", "image"},
+        {"mask", {{"center", {{"x", 0}}}}},
+        {"sliderInput", {{"keyPath", "mask.center.x"}, {"minimum", -0.5}, {"maximum", 0.5}}}}});
+  std::string text = moving.dump();
+  save("recipe", "moving.json", std::vector<uint8_t>(text.begin(), text.end()));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -206,5 +222,6 @@ int main(int argc, char** argv) {
   save("png", "rgb_trns.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR, 8, false, true));
   save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
   writeArchiveSeeds();
+  writeRecipeSeeds();
   return 0;
 }
