@@ -1,7 +1,7 @@
 // Writes seed corpora for the fuzz targets: <folder>/jpeg, <folder>/png, <folder>/property_list,
-// <folder>/keyed_archive, <folder>/acv and <folder>/lut_text, each a set of small valid files.
-// Layouts our encoders do not produce (progressive and arithmetic JPEG, CMYK, restart markers,
-// palettes, low bit depths, interlacing) are written with libjpeg and libspng.
+// <folder>/keyed_archive, <folder>/acv, <folder>/lut_text and <folder>/recipe, each a set of small
+// valid files. Layouts our encoders do not produce (progressive and arithmetic JPEG, CMYK, restart
+// markers, palettes, low bit depths, interlacing) are written with libjpeg and libspng.
 
 #include "platform/foundation/keyed_archive.h"
 #include "platform/foundation/property_list.h"
@@ -154,6 +154,22 @@ void writeArchiveSeeds() {
   save("keyed_archive", "nested.plist", BVKeyedArchiver::archivedData(outer, BVPropertyListFormat::XML));
 }
 
+// JSON recipes whose values move: random ranges and picks, and sliders through nested key paths.
+void writeRecipeSeeds() {
+  Value moving = Value::array(
+      {{{"type", "adjustment"},
+        {"exposure", 0.1},
+        {"filterFrequency", 0.5},
+        {"random", {{{"keyPath", "exposure"}, {"minimum", -1}, {"maximum", 1}},
+                    {{"keyPath", "hue"}, {"values", {0, 0.5, 1}}}}},
+        {"sliderInput", {{{"keyPath", "saturation"}, {"minimum", 0}, {"maximum", 2}}}}},
+       {{"type", "image"},
+        {"mask", {{"center", {{"x", 0}}}}},
+        {"sliderInput", {{"keyPath", "mask.center.x"}, {"minimum", -0.5}, {"maximum", 0.5}}}}});
+  std::string text = moving.dump();
+  save("recipe", "moving.json", std::vector<uint8_t>(text.begin(), text.end()));
+}
+
 }  // namespace
 
 // An ACV file: version 4, the four curves with a few (y, x) points each, big-endian.
@@ -222,5 +238,6 @@ int main(int argc, char** argv) {
   save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
   writeArchiveSeeds();
   writeCurveSeeds();
+  writeRecipeSeeds();
   return 0;
 }
