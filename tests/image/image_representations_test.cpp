@@ -1,5 +1,6 @@
 #include "test_support.h"
 
+#include "image/ci_image_data_provider.h"
 #include "image/image.h"
 #include "platform/imageio/image_io.h"
 
@@ -63,6 +64,27 @@ TEST(ImageRepresentations, AverageColourIsTheMeanAndOpaque) {
   CGColorRef clear = BVImage::initWithCGImage(test::solidBitmap(3, 3, {255, 255, 255, 0}))->averageColor();
   EXPECT_EQ(clear->components(), (std::vector<double>{0, 0, 0, 1}));
   EXPECT_FALSE(BVImage().averageColor());
+}
+
+TEST(ImageDataProvider, TilesComeFromTheirPlaceInTheFile) {
+  test::TempFolder folder;
+  auto picture = test::makeBitmap(5, 4, [](size_t x, size_t y) {
+    return std::array<uint8_t, 4>{uint8_t(x * 50), uint8_t(y * 60), 7, 255};
+  });
+  std::vector<uint8_t> png;
+  ASSERT_TRUE(imageio::encodePNG(*picture, {}, png));
+  folder.write("in.png", png);
+  BVCIImageDataProvider provider(folder.path("in.png"), CGColorSpaceCreateDeviceRGB());
+  EXPECT_EQ(provider.format(), kCIFormatARGB8);
+  std::vector<uint8_t> tile(2 * 3 * 4, 1);
+  provider.provideImageData(tile.data(), 8, 3, 1, 2, 3);
+  // A, R, G, B of picture pixels (3, 1) and (4, 3).
+  EXPECT_EQ(std::vector<uint8_t>(tile.begin(), tile.begin() + 4), (std::vector<uint8_t>{255, 150, 60, 7}));
+  EXPECT_EQ(std::vector<uint8_t>(tile.end() - 4, tile.end()), (std::vector<uint8_t>{255, 200, 180, 7}));
+
+  std::vector<uint8_t> untouched(16, 1);
+  BVCIImageDataProvider(folder.path("missing.png"), nullptr).provideImageData(untouched.data(), 8, 0, 0, 2, 2);
+  EXPECT_EQ(untouched, std::vector<uint8_t>(16, 1));
 }
 
 }  // namespace
