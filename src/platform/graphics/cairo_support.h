@@ -18,8 +18,9 @@ using SurfacePtr = std::shared_ptr<cairo_surface_t>;
 
 // Takes over one reference; null when Cairo reports an error surface.
 SurfacePtr adoptSurface(cairo_surface_t* surface);
-// The image as a Cairo ARGB32 surface (premultiplied); null when memory is short.
-SurfacePtr surfaceFromImage(const CGImage& image);
+// The image as a Cairo ARGB32 surface (premultiplied), its colours converted into `space` when
+// both are RGB spaces that differ; null when memory is short.
+SurfacePtr surfaceFromImage(const CGImage& image, const CGColorSpaceRef& space);
 // The coverage of a mask image as an A8 surface: its alpha, or the grey level of an opaque image.
 SurfacePtr coverageFromImage(const CGImage& image);
 

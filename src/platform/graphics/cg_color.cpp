@@ -8,9 +8,4 @@ CGColorRef CGColorCreate(const CGColorSpaceRef& space, const double* components)
   return std::make_shared<CGColor>(space, std::vector<double>(components, components + count));
 }
 
-CGColorRef CGColorCreateSRGB(double red, double green, double blue, double alpha) {
-  return std::make_shared<CGColor>(CGColorSpaceCreateWithName(kCGColorSpaceSRGB),
-                                   std::vector<double>{red, green, blue, alpha});
-}
-
 }  // namespace brenvia

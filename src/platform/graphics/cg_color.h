@@ -24,7 +24,6 @@ using CGColorRef = std::shared_ptr<const CGColor>;
 
 // Reads the space's channels and then alpha from `components`; null without a space.
 CGColorRef CGColorCreate(const CGColorSpaceRef& space, const double* components);
-CGColorRef CGColorCreateSRGB(double red, double green, double blue, double alpha);
 inline size_t CGColorGetNumberOfComponents(const CGColorRef& c) { return c ? c->components().size() : 0; }
 inline const double* CGColorGetComponents(const CGColorRef& c) { return c ? c->components().data() : nullptr; }
 inline double CGColorGetAlpha(const CGColorRef& c) { return c ? c->components().back() : 0.0; }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <climits>
 #include <cstring>
 #include <optional>
 
@@ -356,7 +355,7 @@ void CGContextClearRect(const CGContextRef& c, const CGRect& rect) {
 
 void CGContextDrawImage(const CGContextRef& c, const CGRect& rect, const CGImageRef& image) {
   if (!c || !image) return;
-  SurfacePtr surface = graphics::surfaceFromImage(*image);
+  SurfacePtr surface = graphics::surfaceFromImage(*image, c->colorSpace());
   if (!surface) return;
   const double width = double(image->width()), height = double(image->height());
   const cairo_filter_t filter = c->state().filter;

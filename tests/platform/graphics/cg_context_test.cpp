@@ -70,6 +70,31 @@ TEST(CGContext, EachBlendModeMatchesTheEngine) {
   }
 }
 
+TEST(CGContext, ImagesOfAnotherSpaceAreConvertedAsTheEngineDoes) {
+  std::mt19937 rng(5);
+  auto straight = test::makeBitmap(kSide, kSide, [&](size_t, size_t) {
+    return std::array<uint8_t, 4>{uint8_t(rng()), uint8_t(rng()), uint8_t(rng()), 255};
+  });
+  auto image = CGImage::create(kSide, kSide, straight->bytesPerRow(), CGPixelFormat::RGBA8,
+                               CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3),
+                               std::shared_ptr<const uint8_t[]>(straight, straight->data()));
+  std::vector<uint8_t> drawn;
+  CGContextRef context = rgbaContext(drawn, kSide, kSide);
+  CGContextSetBlendMode(context, kCGBlendModeCopy);
+  CGContextDrawImage(context, CGRectMake(0, 0, kSide, kSide), image);
+  CIContextOptions options;
+  options.outputColorSpace = CGColorSpaceCreateDeviceRGB();
+  CGImageRef rendered = CIContext::contextWithOptions(options)->createCGImage(
+      CIImage::imageWithCGImage(image), CGRectMake(0, 0, kSide, kSide), kCIFormatRGBA8, CGColorSpaceCreateDeviceRGB());
+  int worst = 0;
+  for (size_t y = 0; y < kSide; ++y)
+    for (size_t x = 0; x < kSide; ++x)
+      for (size_t c = 0; c < 4; ++c)
+        worst = std::max(worst, std::abs(bytesAt(drawn, kSide, x, y)[c] - test::pixelAt(rendered, x, y)[c]));
+  EXPECT_LE(worst, 2);
+  EXPECT_NE(bytesAt(drawn, kSide, 3, 3), test::pixelAt(straight, 3, 3));
+}
+
 TEST(CGContext, PlusDarkerAndPlusLighterAddInPremultipliedValues) {
   std::vector<uint8_t> memory;
   CGContextRef context = rgbaContext(memory, 1, 1);
