@@ -24,11 +24,15 @@ using vImage_Flags = uint32_t;
 using Pixel_8 = uint8_t;
 
 inline constexpr vImage_Error kvImageNoError = 0;
+inline constexpr vImage_Error kvImageInvalidKernelSize = -21767;
+inline constexpr vImage_Error kvImageInvalidEdgeStyle = -21768;
 inline constexpr vImage_Error kvImageMemoryAllocationError = -21771;
 inline constexpr vImage_Error kvImageNullPointerArgument = -21772;
 inline constexpr vImage_Error kvImageInvalidParameter = -21773;
 inline constexpr vImage_Error kvImageBufferSizeMismatch = -21774;
 inline constexpr vImage_Flags kvImageNoFlags = 0;
+inline constexpr vImage_Flags kvImageLeaveAlphaUnchanged = 1;
+inline constexpr vImage_Flags kvImageEdgeExtend = 8;
 inline constexpr vImage_Flags kvImageNoAllocate = 0x200;
 
 struct vImage_CGImageFormat {
@@ -58,5 +62,20 @@ CGImageRef vImageCreateCGImageFromBuffer(const vImage_Buffer& buffer, const vIma
 vImage_Error vImageTableLookUp_ARGB8888(const vImage_Buffer& source, const vImage_Buffer& destination,
                                         const Pixel_8* alphaTable, const Pixel_8* redTable,
                                         const Pixel_8* greenTable, const Pixel_8* blueTable, vImage_Flags flags);
+
+// Blurs every byte with a k by k triangle (tent) filter: 1-D weights r + 1 − |i| for |i| ≤ r,
+// r = (k − 1) / 2, rounded to nearest. Reads beyond the edges take the nearest edge pixel
+// (kvImageEdgeExtend is the only edge style). The cost does not grow with the kernel. Kernel sizes
+// must be odd; the offsets must be 0.
+vImage_Error vImageTentConvolve_ARGB8888(const vImage_Buffer& source, const vImage_Buffer& destination,
+                                         void* tempBuffer, size_t offsetX, size_t offsetY, uint32_t kernelHeight,
+                                         uint32_t kernelWidth, const uint8_t* backgroundColor, vImage_Flags flags);
+// out = clamp(round((Σ kernel[i][j]·src[y + i − kh/2][x + j − kw/2] + bias) / divisor), 0, 255) for
+// each byte, with rows top down. kvImageLeaveAlphaUnchanged copies byte 0 instead; reads beyond the
+// edges take the nearest edge pixel (kvImageEdgeExtend, required). A divisor of 0 counts as 1.
+vImage_Error vImageConvolveWithBias_ARGB8888(const vImage_Buffer& source, const vImage_Buffer& destination,
+                                             void* tempBuffer, size_t offsetX, size_t offsetY, const int16_t* kernel,
+                                             uint32_t kernelHeight, uint32_t kernelWidth, int32_t divisor,
+                                             int32_t bias, const uint8_t* backgroundColor, vImage_Flags flags);
 
 }  // namespace brenvia
