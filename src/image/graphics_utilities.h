@@ -64,7 +64,8 @@ inline constexpr CGBitmapInfo kBVRGBAhBitmapInfo = 0x101;
 
 inline constexpr std::string_view kUTTypeJPEG = "public.jpeg";
 inline constexpr std::string_view kUTTypePNG = "public.png";
-inline constexpr std::string_view kCGImageDestinationLossyCompressionQuality = "kCGImageDestinationLossyCompressionQuality";
+inline constexpr std::string_view kCGImageDestinationLossyCompressionQuality =
+    "kCGImageDestinationLossyCompressionQuality";
 
 enum BVImageScalingMode : uint16_t {
   BVImageScalingModeStretch = 0,

@@ -29,7 +29,8 @@ TEST(Install, ProgramLibraryAndResourcesGoUnderThePrefix) {
   const std::string recipe = prefix.path("id.json"), out = prefix.path("out.png");
   std::system(("echo '[]' > '" + recipe + "'").c_str());
   const std::string photo = std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg";
-  const std::string render = "'" + program + "' render '" + recipe + "' '" + photo + "' -o '" + out + "' --max-size 16 --cg";
+  const std::string render =
+      "'" + program + "' render '" + recipe + "' '" + photo + "' -o '" + out + "' --max-size 16 --cg";
   EXPECT_EQ(std::system(render.c_str()), 0);
   EXPECT_TRUE(fs::exists(out));
 }

@@ -12,7 +12,8 @@ bool isHandBlended(CGBlendMode mode) { return mode == kCGBlendModePlusDarker; }
 void blendByHand(CGBlendMode, cairo_surface_t* source, cairo_surface_t* target) {
   cairo_surface_flush(target);
   const int width = cairo_image_surface_get_width(target), height = cairo_image_surface_get_height(target);
-  const int sourceStride = cairo_image_surface_get_stride(source), targetStride = cairo_image_surface_get_stride(target);
+  const int sourceStride = cairo_image_surface_get_stride(source);
+  const int targetStride = cairo_image_surface_get_stride(target);
   for (int y = 0; y < height; ++y) {
     const auto* s = reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(source) + y * sourceStride);
     auto* d = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(target) + y * targetStride);

@@ -169,7 +169,8 @@ void CGContext::draw(const std::function<void(cairo_t*)>& shape) {
 // The shape alone on a transparent surface of the context's size, faded by the alpha and cut by
 // the clip mask.
 SurfacePtr CGContext::drawLayer(const std::function<void(cairo_t*)>& shape) {
-  SurfacePtr layer = graphics::adoptSurface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, int(width()), int(height())));
+  SurfacePtr layer =
+      graphics::adoptSurface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, int(width()), int(height())));
   if (!layer) return nullptr;
   cairo_t* cr = cairo_create(layer.get());
   cairo_matrix_t matrix;
@@ -206,8 +207,10 @@ CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size
                                    size_t bytesPerRow, const CGColorSpaceRef& space, CGBitmapInfo bitmapInfo) {
   std::optional<CGPixelLayout> layout = layoutFor(bitmapInfo);
   if (!layout || bitsPerComponent != 8 || !space || space->model() != CGColorSpaceModel::RGB) return nullptr;
-  // Cairo's limit on each side.
-  if (width == 0 || height == 0 || width > 32767 || height > 32767) return nullptr;
+  // Cairo's limit on each side, and the largest bitmap we allocate.
+  if (width == 0 || height == 0 || width > 32767 || height > 32767 || width * height > CGImage::kMaxPixels) {
+    return nullptr;
+  }
   if (data && bytesPerRow < width * 4) return nullptr;
   // Without caller memory in Cairo's own layout, the context keeps the pixels in the asked layout
   // in memory of its own.
@@ -219,8 +222,8 @@ CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size
   }
   SurfacePtr surface;
   if (data && isCairoLayout(*layout) && bytesPerRow % 4 == 0) {
-    surface = graphics::adoptSurface(cairo_image_surface_create_for_data(static_cast<uint8_t*>(data), CAIRO_FORMAT_ARGB32,
-                                                                         int(width), int(height), int(bytesPerRow)));
+    surface = graphics::adoptSurface(cairo_image_surface_create_for_data(
+        static_cast<uint8_t*>(data), CAIRO_FORMAT_ARGB32, int(width), int(height), int(bytesPerRow)));
   } else {
     surface = graphics::adoptSurface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, int(width), int(height)));
   }
@@ -285,7 +288,8 @@ void CGContextSetFillColorWithColor(const CGContextRef& c, const CGColorRef& col
 void CGContextClipToMask(const CGContextRef& c, const CGRect& rect, const CGImageRef& mask) {
   if (!c || !mask) return;
   SurfacePtr coverage = graphics::coverageFromImage(*mask);
-  SurfacePtr clip = graphics::adoptSurface(cairo_image_surface_create(CAIRO_FORMAT_A8, int(c->width()), int(c->height())));
+  SurfacePtr clip =
+      graphics::adoptSurface(cairo_image_surface_create(CAIRO_FORMAT_A8, int(c->width()), int(c->height())));
   if (!coverage || !clip) return;
   cairo_t* cr = cairo_create(clip.get());
   cairo_matrix_t matrix;

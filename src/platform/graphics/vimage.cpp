@@ -68,7 +68,8 @@ void tentLine(size_t n, size_t r, At at, std::vector<uint64_t>& prefix, uint64_t
   for (ptrdiff_t j = 0; j < count + 2 * radius; ++j) {
     prefix[size_t(j + 1)] = prefix[size_t(j)] + at(std::clamp<ptrdiff_t>(j - radius, 0, count - 1));
   }
-  auto box = [&](ptrdiff_t y) { return prefix[size_t(y + 2 * radius + 1)] - prefix[size_t(y + radius)]; };  // Σ in[y .. y + r]
+  // Σ in[y .. y + r]
+  auto box = [&](ptrdiff_t y) { return prefix[size_t(y + 2 * radius + 1)] - prefix[size_t(y + radius)]; };
   uint64_t running = 0;
   for (ptrdiff_t y = -radius; y <= 0; ++y) running += box(y);
   for (ptrdiff_t x = 0; x < count; ++x) {
@@ -238,7 +239,8 @@ vImage_Error vImageConvolveWithBias_ARGB8888(const vImage_Buffer& source, const 
         for (ptrdiff_t i = 0; i < kh; ++i) {
           const uint8_t* in = rowOf(source, size_t(std::clamp<ptrdiff_t>(y + i - kh / 2, 0, height - 1)));
           for (ptrdiff_t j = 0; j < kw; ++j) {
-            sum += kernel[i * kw + j] * int64_t(in[std::clamp<ptrdiff_t>(x + j - kw / 2, 0, width - 1) * 4 + ptrdiff_t(c)]);
+            const ptrdiff_t column = std::clamp<ptrdiff_t>(x + j - kw / 2, 0, width - 1);
+            sum += kernel[i * kw + j] * int64_t(in[column * 4 + ptrdiff_t(c)]);
           }
         }
         out[x * 4 + ptrdiff_t(c)] = uint8_t(std::clamp<long>(std::lround(double(sum + bias) * scale), 0, 255));

@@ -31,7 +31,9 @@ Pixels noise(size_t width, size_t height, unsigned seed) {
 uint8_t tentAt(const Pixels& p, ptrdiff_t x, ptrdiff_t y, size_t c, ptrdiff_t rx, ptrdiff_t ry) {
   uint64_t sum = 0;
   for (ptrdiff_t j = -ry; j <= ry; ++j)
-    for (ptrdiff_t i = -rx; i <= rx; ++i) sum += uint64_t((rx + 1 - std::abs(i)) * (ry + 1 - std::abs(j))) * p.at(x + i, y + j, c);
+    for (ptrdiff_t i = -rx; i <= rx; ++i) {
+      sum += uint64_t((rx + 1 - std::abs(i)) * (ry + 1 - std::abs(j))) * p.at(x + i, y + j, c);
+    }
   const uint64_t divisor = uint64_t((rx + 1) * (rx + 1) * (ry + 1) * (ry + 1));
   return uint8_t((sum + divisor / 2) / divisor);
 }
@@ -60,7 +62,8 @@ TEST(vImage, ConvolutionWithBiasRoundsClampsAndCanKeepAlpha) {
   ASSERT_EQ(vImageConvolveWithBias_ARGB8888(source.buffer(), out.buffer(), nullptr, 0, 0, kernel, 1, 3, 2, 51, nullptr,
                                             kvImageEdgeExtend | kvImageLeaveAlphaUnchanged),
             kvImageNoError);
-  // (2·10 − 10 − 40 + 51) / 2 = 10.5 → 11; (80 − 10 − 100 + 51) / 2 = 10.5 → 11; (200 − 40 − 100 + 51) / 2 → 56.
+  // (2·10 − 10 − 40 + 51) / 2 = 10.5 → 11; (80 − 10 − 100 + 51) / 2 = 10.5 → 11;
+  // (200 − 40 − 100 + 51) / 2 = 55.5 → 56; the zero bytes give 51 / 2 → 26.
   EXPECT_EQ(out.bytes, (std::vector<uint8_t>{10, 11, 26, 26, 20, 11, 26, 26, 30, 56, 26, 26}));
   const int16_t steep[] = {0, 20, 0};
   ASSERT_EQ(vImageConvolveWithBias_ARGB8888(source.buffer(), out.buffer(), nullptr, 0, 0, steep, 1, 3, 0, 0, nullptr,
