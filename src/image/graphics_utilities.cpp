@@ -166,7 +166,7 @@ CGRect BVGetRectToFillSizeInSize(CGSize size, CGSize container) {
 }
 
 CGContextRef CGBitmapContextCreateWithSize(CGSize size) {
-  if (!(size.width >= 1 && size.height >= 1)) return nullptr;
+  if (!(size.width >= 1 && size.height >= 1 && size.width < 32768 && size.height < 32768)) return nullptr;
   return CGBitmapContextCreate(nullptr, size_t(size.width), size_t(size.height), 8, 0, CGColorSpaceCreateDeviceRGB(),
                                kBVARGB8BitmapInfo);
 }

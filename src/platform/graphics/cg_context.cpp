@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <optional>
 
@@ -59,10 +60,16 @@ cairo_filter_t filterFor(CGInterpolationQuality quality) {
   }
 }
 
+// Cairo stops drawing for good once it is handed a non-finite number, so such geometry is ignored.
+bool isFinite(const CGRect& r) {
+  return std::isfinite(r.origin.x) && std::isfinite(r.origin.y) && std::isfinite(r.size.width) &&
+         std::isfinite(r.size.height);
+}
+
 // Makes the picture's own pixel grid the user space of `cr` for a picture stretched upright into
 // `rect` of a y-up space; false when the rectangle cannot hold it.
 bool enterImageSpace(cairo_t* cr, const CGRect& rect, double width, double height) {
-  if (CGRectIsEmpty(rect) || !std::isfinite(rect.size.width) || !std::isfinite(rect.size.height)) return false;
+  if (CGRectIsEmpty(rect) || !isFinite(rect)) return false;
   cairo_translate(cr, rect.origin.x, rect.origin.y + rect.size.height);
   cairo_scale(cr, rect.size.width / width, -rect.size.height / height);
   return true;
@@ -309,17 +316,18 @@ void CGContextClipToMask(const CGContextRef& c, const CGRect& rect, const CGImag
   c->state().clipMask = std::move(clip);
 }
 
+// Transforms that are singular or not finite are ignored (see isFinite).
 void CGContextTranslateCTM(const CGContextRef& c, double tx, double ty) {
-  if (c) cairo_translate(c->cairo(), tx, ty);
+  if (c && std::isfinite(tx) && std::isfinite(ty)) cairo_translate(c->cairo(), tx, ty);
 }
 void CGContextScaleCTM(const CGContextRef& c, double sx, double sy) {
-  if (c && sx != 0 && sy != 0) cairo_scale(c->cairo(), sx, sy);
+  if (c && std::isnormal(sx) && std::isnormal(sy)) cairo_scale(c->cairo(), sx, sy);
 }
 void CGContextRotateCTM(const CGContextRef& c, double angle) {
-  if (c) cairo_rotate(c->cairo(), angle);
+  if (c && std::isfinite(angle)) cairo_rotate(c->cairo(), angle);
 }
 void CGContextConcatCTM(const CGContextRef& c, const CGAffineTransform& t) {
-  if (!c || t.a * t.d - t.b * t.c == 0) return;  // a singular matrix would put Cairo in an error state
+  if (!c || !std::isnormal(t.a * t.d - t.b * t.c) || !std::isfinite(t.tx) || !std::isfinite(t.ty)) return;
   cairo_matrix_t matrix;
   cairo_matrix_init(&matrix, t.a, t.b, t.c, t.d, t.tx, t.ty);
   cairo_transform(c->cairo(), &matrix);
@@ -336,7 +344,7 @@ CGAffineTransform CGContextGetCTM(const CGContextRef& c) {
 }
 
 void CGContextFillRect(const CGContextRef& c, const CGRect& rect) {
-  if (!c) return;
+  if (!c || !isFinite(rect)) return;
   const double* fill = c->state().fill;
   c->draw([&](cairo_t* cr) {
     cairo_set_source_rgba(cr, fill[0], fill[1], fill[2], fill[3]);
@@ -346,7 +354,7 @@ void CGContextFillRect(const CGContextRef& c, const CGRect& rect) {
 }
 
 void CGContextClearRect(const CGContextRef& c, const CGRect& rect) {
-  if (!c) return;
+  if (!c || !isFinite(rect)) return;
   c->loadFromCaller();
   cairo_t* cr = c->cairo();
   cairo_save(cr);

@@ -20,6 +20,8 @@ double locationAt(const double* locations, size_t i, size_t count) {
 // Cairo can only pad both ends or neither: either option pads.
 void drawPattern(const CGContextRef& c, cairo_pattern_t* pattern, const CGGradient& gradient,
                  CGGradientDrawingOptions options) {
+  // A pattern of non-finite geometry would stop the context drawing for good.
+  if (cairo_pattern_status(pattern) != CAIRO_STATUS_SUCCESS) return cairo_pattern_destroy(pattern);
   for (const CGGradient::Stop& s : gradient.stops()) {
     cairo_pattern_add_color_stop_rgba(pattern, s.location, s.rgba[0], s.rgba[1], s.rgba[2], s.rgba[3]);
   }

@@ -154,6 +154,25 @@ TEST(CGContext, ContextsAreYUpAndKeepTheCallersByteOrder) {
   EXPECT_FALSE(CGBitmapContextCreate(memory.data(), 4, 2, 8, 12, CGColorSpaceCreateDeviceRGB(), kBVARGB8BitmapInfo));
 }
 
+TEST(CGContext, NonFiniteGeometryIsIgnoredAndDrawingGoesOn) {
+  std::vector<uint8_t> memory;
+  CGContextRef context = rgbaContext(memory, 2, 2);
+  const double nan = std::nan(""), infinity = std::numeric_limits<double>::infinity();
+  CGContextTranslateCTM(context, infinity, 0);
+  CGContextRotateCTM(context, nan);
+  CGContextScaleCTM(context, 0, 1);
+  CGContextConcatCTM(context, CGAffineTransformMake(1, 0, 0, nan, 0, 0));
+  CGContextFillRect(context, CGRectMake(nan, 0, 1, 1));
+  CGContextDrawImage(context, CGRectMake(0, 0, infinity, 1), test::solidBitmap(1, 1, {9, 9, 9, 255}));
+  const double components[] = {0, 0, 0, 1, 1, 1, 1, 1};
+  auto gradient = CGGradientCreateWithColorComponents(CGColorSpaceCreateDeviceRGB(), components, nullptr, 2);
+  CGContextDrawLinearGradient(context, gradient, CGPointMake(nan, 0), CGPointMake(1, 0), 0);
+  EXPECT_EQ(bytesAt(memory, 2, 0, 0), (std::array<int, 4>{0, 0, 0, 0}));
+  CGContextSetRGBFillColor(context, 0, 1, 0, 1);
+  CGContextFillRect(context, CGRectMake(0, 0, 2, 2));
+  EXPECT_EQ(bytesAt(memory, 2, 1, 1), (std::array<int, 4>{0, 255, 0, 255}));
+}
+
 TEST(CGContext, GradientsRunFromStartToEnd) {
   std::vector<uint8_t> memory;
   CGContextRef context = rgbaContext(memory, 8, 1);
