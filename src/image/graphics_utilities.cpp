@@ -59,10 +59,10 @@ const BlendRow* blendRowNamed(std::string_view name) {
   return nullptr;
 }
 
-// The rows of the drawing modes that have a name: 0-16, 26 and 27.
+// The row naming a drawing mode (0-16, 26 and 27): the first with its number, Normal for 0.
 const BlendRow* blendRowNumbered(CGBlendMode mode) {
   for (const BlendRow& row : kBlendTable) {
-    if (row.drawingMode == mode && (mode != kCGBlendModeNormal || row.name == kBVBlendModeNormal)) return &row;
+    if (row.drawingMode == mode) return &row;
   }
   return nullptr;
 }
