@@ -4,10 +4,12 @@
 #include "platform/coreimage/ci_image.h"
 #include "platform/foundation/value.h"
 #include "platform/geometry/geometry.h"
+#include "platform/graphics/cg_color.h"
 #include "platform/graphics/cg_image.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -87,6 +89,17 @@ class BVImage {
   CIImageRef adjustedCIImage() const;
   // A copy sharing the pixel source; null for an empty picture.
   std::shared_ptr<BVImage> copy() const;
+
+  // JPEG data of the engine image as it is stored (orientation not applied), quality 0 to 1;
+  // nothing for an empty picture or a failed encode.
+  std::optional<std::vector<uint8_t>> jpegRepresentation(double quality = 1.0) const;
+  // "BVTemporaryImage-<absolute time>.jpg" or ".png" in the temporary folder: the path, or nothing
+  // when there is no picture or the write failed. The caller deletes the file.
+  std::optional<std::string> writeToTemporaryJPEGFile(double quality = 1.0) const;
+  // The bitmap as PNG, with its orientation recorded.
+  std::optional<std::string> writeToTemporaryPNGFile() const;
+  // The mean colour of the bitmap, always opaque; null without a bitmap.
+  CGColorRef averageColor() const;
 
   BVImageOrientation imageOrientation() const { return _imageOrientation; }
   void setImageOrientation(BVImageOrientation orientation) { _imageOrientation = orientation; }

@@ -1,22 +1,15 @@
 #include "processor/image_processor.h"
 
+#include "image/graphics_utilities.h"
 #include "platform/foundation/log.h"
 #include "processor/filter_chain.h"
 
 #include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <cstdio>
-#include <filesystem>
 
 namespace brenvia {
 namespace {
-
-// Seconds since 2001-01-01 00:00:00 UTC.
-double absoluteTime() {
-  using namespace std::chrono;
-  return duration<double>(system_clock::now().time_since_epoch()).count() - 978307200.0;
-}
 
 // An opaque filter hides what was made before it: the run starts there.
 BVFilterArray filtersOfRun(const BVFilterArray& filters) {
@@ -66,8 +59,7 @@ bool BVImageProcessor::processAsJPEG(const std::shared_ptr<BVImage>& image, cons
 }
 
 std::string BVImageProcessor::processAsTemporaryJPEG(const std::shared_ptr<BVImage>& image, const Value& metadata) {
-  std::string name = "BVImageProcessorRender-" + formatNumber("%f", absoluteTime()) + ".jpg";
-  std::string path = (std::filesystem::temp_directory_path() / name).string();
+  std::string path = BVTemporaryFilePath("BVImageProcessorRender", "jpg");
   processAsJPEG(image, path, metadata);
   return path;
 }
@@ -78,11 +70,45 @@ std::shared_ptr<BVImage> BVImageProcessor::run(const std::shared_ptr<BVImage>& i
   randomizationContext_ = std::move(randomizationContext);
   if (!image) return nullptr;
   BVFilterArray filters = filtersOfRun(filters_);
-  if (options_.renderWithCoreGraphics) {
-    BVLog("[BVImageProcessor] Rendering with Core Graphics is not available in this build.");
-    return nullptr;
-  }
+  if (options_.renderWithCoreGraphics) return runCoreGraphics(image, filters, path, metadata);
   return runCoreImage(image, filters, path, metadata);
+}
+
+void BVImageProcessor::setCoreImageContext(std::shared_ptr<CIContext> context) {
+  context_ = std::move(context);
+  bitmapContext_.reset();
+}
+
+void BVImageProcessor::setBitmapContext(std::shared_ptr<BVBitmapContext> context) {
+  bitmapContext_ = std::move(context);
+  context_.reset();
+}
+
+std::shared_ptr<BVImage> BVImageProcessor::runCoreGraphics(const std::shared_ptr<BVImage>& image,
+                                                           const BVFilterArray& filters, const std::string* path,
+                                                           const Value& metadata) {
+  CGImageRef bitmap = image->CGImage();
+  if (!bitmap) return nullptr;
+  const CGSize size = image->size();
+  processingRect_ = CGRectMake(0, 0, size.width, size.height);
+  setBitmapContext(BVBitmapContext::initWithCGImage(bitmap));
+  if (!bitmapContext_) return nullptr;
+  // Here prepareToApply comes before shouldApply, the reverse of the engine's chain.
+  for (const auto& filter : filters) {
+    if (!filter) continue;
+    filter->setProcessor(shared_from_this());
+    if (!filter->isEnabled()) continue;
+    filter->prepareToApply();
+    if (!filter->shouldApply()) continue;
+    CGContextSaveGState(bitmapContext_->context());
+    filter->applyToCGContext(bitmapContext_.get());
+    CGContextRestoreGState(bitmapContext_->context());
+  }
+  auto result = BVImage::initWithCGImage(CGBitmapContextCreateImage(bitmapContext_->context()));
+  bitmapContext_.reset();
+  if (!path) return result;
+  if (result && CGImageWriteToFile(result->CGImage(), *path, kUTTypeJPEG, metadata)) lastWriteFailed_ = false;
+  return nullptr;
 }
 
 std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "filter/filter.h"
+#include "image/bitmap_context.h"
 #include "image/image.h"
 #include "platform/coreimage/ci_context.h"
 #include "processor/input.h"
@@ -55,8 +56,12 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   const BVImageProcessorOptions& options() const { return options_; }
   // Leaves the stored context alone.
   void setOptions(BVImageProcessorOptions options) { options_ = std::move(options); }
+  // The run's context is either an engine context or a bitmap context: setting one drops the other.
   const std::shared_ptr<CIContext>& coreImageContext() const { return context_; }
-  void setCoreImageContext(std::shared_ptr<CIContext> context) { context_ = std::move(context); }
+  void setCoreImageContext(std::shared_ptr<CIContext> context);
+  // The bitmap context of a run through the drawing API, while it runs.
+  const std::shared_ptr<BVBitmapContext>& bitmapContext() const { return bitmapContext_; }
+  void setBitmapContext(std::shared_ptr<BVBitmapContext> context);
   const std::shared_ptr<BVImage>& originalImage() const { return originalImage_; }
   void replaceOriginalImage(std::shared_ptr<BVImage> image) { originalImage_ = std::move(image); }
   void setOutput(Value output) { output_ = std::move(output); }
@@ -72,6 +77,9 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
                                std::shared_ptr<const void> randomizationContext);
   std::shared_ptr<BVImage> runCoreImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
                                         const std::string* path, const Value& metadata);
+  // Each filter draws on a bitmap context of the picture through applyToCGContext.
+  std::shared_ptr<BVImage> runCoreGraphics(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
+                                           const std::string* path, const Value& metadata);
   std::shared_ptr<CIContext> contextFor(const BVImage& image);
 
   BVFilterArray filters_;
@@ -83,6 +91,7 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   CGRect processingRect_ = CGRectZero;
   std::shared_ptr<const void> randomizationContext_;
   std::shared_ptr<CIContext> context_;
+  std::shared_ptr<BVBitmapContext> bitmapContext_;
   bool lastWriteFailed_ = false;
 };
 

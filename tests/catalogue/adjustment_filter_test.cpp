@@ -23,8 +23,9 @@ std::vector<std::string> namesOf(const CIFilterArray& chain) {
 using Names = std::vector<std::string>;
 
 double numberOf(const std::shared_ptr<CIFilter>& op, std::string_view key) {
-  const double* value = op->valueForKey(key).get<double>();
-  return value ? *value : std::nan("");
+  const CIValue value = op->valueForKey(key);  // kept alive: get() points into it
+  const double* number = value.get<double>();
+  return number ? *number : std::nan("");
 }
 
 TEST(AdjustmentFilter, DefaultsGiveAnEmptyChain) {

@@ -73,6 +73,23 @@ TEST_F(RenderCommand, EmptyRecipeGivesThePictureBack) {
   EXPECT_LE(meanDifference(load(input), load(out)), 0.0);
 }
 
+// Adjustments cannot draw on a bitmap context: on the drawing road they log and leave the
+// picture as the engine road gives it for no filters.
+TEST_F(RenderCommand, DrawingRoadGivesThePictureOfTheEngineRoad) {
+  std::string photo = std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg";
+  std::string empty = write("id.json", "[]"), punchy = std::string(BRENVIA_EXAMPLES) + "/recipes/punchy.json";
+  std::string plain = file("plain.png"), drawn = file("drawn.png");
+  ASSERT_EQ(test::runCli("render " + empty + " " + photo + " -o " + plain + " --max-size 120").status, 0);
+  for (const std::string& recipe : {empty, punchy}) {
+    auto result = test::runCli("render " + recipe + " " + photo + " -o " + drawn + " --max-size 120 --cg");
+    ASSERT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(result.out.find("[BVAdjustmentFilter] Color adjustment is not supported") != std::string::npos,
+              recipe == punchy);
+    ASSERT_EQ(load(drawn)->width(), 120u);
+    EXPECT_LE(meanDifference(load(plain), load(drawn)), 0.5) << recipe;
+  }
+}
+
 TEST_F(RenderCommand, BatchesGoToAFolderAndRecipesMayBePropertyLists) {
   Value recipe = Value::array({{{"type", "adjustment"}, {"exposure", 0.5}}});
   auto bytes = BVPropertyListWrite(recipe, BVPropertyListFormat::Binary);

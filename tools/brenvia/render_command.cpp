@@ -36,6 +36,7 @@ struct RenderSettings {
   std::optional<double> slider;
   std::vector<std::string> alphaSliders;  // TAG=X
   std::string randomizationPath;
+  bool coreGraphics = false;
 };
 
 enum class Format { JPEG, PNG };
@@ -130,6 +131,12 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   options.sharedCIContext = context;
   auto filters = BVFilter::filtersWithArray(recipe, s.assets.empty() ? std::nullopt : std::optional(s.assets),
                                             s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
+  if (s.coreGraphics) {
+    // The drawing road works on the bitmap: bring the upright, reduced picture into one.
+    options.renderWithCoreGraphics = true;
+    CIImageRef adjusted = picture->adjustedCIImage();
+    picture = BVImage::initWithCGImage(options.sharedCIContext->createCGImage(adjusted, adjusted->extent()));
+  }
   auto processor = BVImageProcessor::initWithFilters(std::move(filters), options);
   auto result = processor->process(picture);
   CIImageRef filtered = result ? result->CIImage() : nullptr;
@@ -240,6 +247,7 @@ void addRenderCommand(CLI::App& app) {
           "TAG=X"));
   cmd->add_option("--randomization", settings->randomizationPath,
                   "File of stored random draws: repeated when it exists, recorded into it otherwise");
+  cmd->add_flag("--cg", settings->coreGraphics, "Draw the filters on a bitmap context instead of the image engine");
   cmd->callback([settings] { setExitStatus(run(*settings)); });
 }
 

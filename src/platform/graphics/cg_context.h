@@ -1,0 +1,112 @@
+#pragma once
+
+// Bitmap drawing contexts in the shape of the platform's 2D drawing API, drawn by Cairo. Contexts
+// are y-up: the origin is the bottom-left corner of the bitmap, as on the original platform.
+
+#include "platform/geometry/geometry.h"
+#include "platform/graphics/cg_color.h"
+#include "platform/graphics/cg_image.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace brenvia {
+
+// Blend modes by the drawing API's numbers.
+enum CGBlendMode : int32_t {
+  kCGBlendModeNormal = 0,
+  kCGBlendModeMultiply,
+  kCGBlendModeScreen,
+  kCGBlendModeOverlay,
+  kCGBlendModeDarken,
+  kCGBlendModeLighten,
+  kCGBlendModeColorDodge,
+  kCGBlendModeColorBurn,
+  kCGBlendModeSoftLight,
+  kCGBlendModeHardLight,
+  kCGBlendModeDifference,
+  kCGBlendModeExclusion,
+  kCGBlendModeHue,
+  kCGBlendModeSaturation,
+  kCGBlendModeColor,
+  kCGBlendModeLuminosity,
+  kCGBlendModeClear,
+  kCGBlendModeCopy,
+  kCGBlendModeSourceIn,
+  kCGBlendModeSourceOut,
+  kCGBlendModeSourceAtop,
+  kCGBlendModeDestinationOver,
+  kCGBlendModeDestinationIn,
+  kCGBlendModeDestinationOut,
+  kCGBlendModeDestinationAtop,
+  kCGBlendModeXOR,
+  kCGBlendModePlusDarker,
+  kCGBlendModePlusLighter,
+};
+
+// Bitmap info: the alpha position in the low bits, the byte order of 32-bit pixels above them.
+using CGBitmapInfo = uint32_t;
+inline constexpr CGBitmapInfo kCGImageAlphaNone = 0;
+inline constexpr CGBitmapInfo kCGImageAlphaPremultipliedLast = 1;
+inline constexpr CGBitmapInfo kCGImageAlphaPremultipliedFirst = 2;
+inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipLast = 5;
+inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipFirst = 6;
+inline constexpr CGBitmapInfo kCGBitmapAlphaInfoMask = 0x1F;
+inline constexpr CGBitmapInfo kCGBitmapFloatComponents = 0x100;
+inline constexpr CGBitmapInfo kCGBitmapByteOrder32Little = 0x2000;
+inline constexpr CGBitmapInfo kCGBitmapByteOrder32Big = 0x4000;
+inline constexpr CGBitmapInfo kCGBitmapByteOrderMask = 0x7000;
+
+enum CGInterpolationQuality : int32_t {
+  kCGInterpolationDefault = 0,
+  kCGInterpolationNone = 1,
+  kCGInterpolationLow = 2,
+  kCGInterpolationHigh = 3,
+  kCGInterpolationMedium = 4,
+};
+
+class CGContext;
+using CGContextRef = std::shared_ptr<CGContext>;
+
+// A context over `data` (rows of `bytesPerRow`), or over memory it allocates itself when `data`
+// is null (bytesPerRow 0 lets it choose). Takes 8-bit four-byte pixels in any of the alpha and
+// byte-order layouts above; null for other layouts, bad sizes or a missing colour space. The
+// caller's memory must outlive the context and holds the drawing after every drawing call.
+CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent,
+                                   size_t bytesPerRow, const CGColorSpaceRef& space, CGBitmapInfo bitmapInfo);
+void* CGBitmapContextGetData(const CGContextRef& c);
+size_t CGBitmapContextGetWidth(const CGContextRef& c);
+size_t CGBitmapContextGetHeight(const CGContextRef& c);
+size_t CGBitmapContextGetBytesPerRow(const CGContextRef& c);
+size_t CGBitmapContextGetBitsPerPixel(const CGContextRef& c);
+CGBitmapInfo CGBitmapContextGetBitmapInfo(const CGContextRef& c);
+CGColorSpaceRef CGBitmapContextGetColorSpace(const CGContextRef& c);
+// A copy of the pixels as a premultiplied image, top row first; null without a context.
+CGImageRef CGBitmapContextCreateImage(const CGContextRef& c);
+
+// The graphics state: transform, alpha, blend mode, clip mask, fill colour, interpolation.
+void CGContextSaveGState(const CGContextRef& c);
+void CGContextRestoreGState(const CGContextRef& c);
+void CGContextSetAlpha(const CGContextRef& c, double alpha);
+void CGContextSetBlendMode(const CGContextRef& c, CGBlendMode mode);
+void CGContextSetInterpolationQuality(const CGContextRef& c, CGInterpolationQuality quality);
+void CGContextSetAllowsAntialiasing(const CGContextRef& c, bool allows);
+void CGContextSetRGBFillColor(const CGContextRef& c, double red, double green, double blue, double alpha);
+void CGContextSetFillColorWithColor(const CGContextRef& c, const CGColorRef& color);
+// Later drawing is limited to `rect`, weighted by the mask's coverage: its alpha when it has one,
+// else its grey level. Clips accumulate until the state is restored.
+void CGContextClipToMask(const CGContextRef& c, const CGRect& rect, const CGImageRef& mask);
+
+void CGContextTranslateCTM(const CGContextRef& c, double tx, double ty);
+void CGContextScaleCTM(const CGContextRef& c, double sx, double sy);
+void CGContextRotateCTM(const CGContextRef& c, double angle);
+void CGContextConcatCTM(const CGContextRef& c, const CGAffineTransform& t);
+CGAffineTransform CGContextGetCTM(const CGContextRef& c);
+
+void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
+// Makes the rectangle transparent whatever the state's blend mode.
+void CGContextClearRect(const CGContextRef& c, const CGRect& rect);
+// Draws the image upright, stretched to fill `rect`.
+void CGContextDrawImage(const CGContextRef& c, const CGRect& rect, const CGImageRef& image);
+
+}  // namespace brenvia
