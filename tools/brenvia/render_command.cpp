@@ -33,15 +33,31 @@ struct RenderSettings {
   int threads = 0;
 };
 
-enum class Format { JPEG, PNG };
+enum class Format { JPEG, PNG, HEIF, WebP, TIFF };
 
 std::optional<Format> formatOf(const fs::path& path) {
   std::string ext = path.extension().string();
   std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
   if (ext == ".jpg" || ext == ".jpeg") return Format::JPEG;
   if (ext == ".png") return Format::PNG;
+  if (ext == ".heic" || ext == ".heif") return Format::HEIF;
+  if (ext == ".webp") return Format::WebP;
+  if (ext == ".tif" || ext == ".tiff") return Format::TIFF;
   return std::nullopt;
 }
+
+bool encodeAs(Format format, const CGImage& bitmap, const imageio::EncodeOptions& options, std::vector<uint8_t>& bytes) {
+  switch (format) {
+    case Format::JPEG: return imageio::encodeJPEG(bitmap, options, bytes);
+    case Format::PNG: return imageio::encodePNG(bitmap, options, bytes);
+    case Format::HEIF: return imageio::encodeHEIF(bitmap, options, bytes);
+    case Format::WebP: return imageio::encodeWebP(bitmap, options, bytes);
+    case Format::TIFF: return imageio::encodeTIFF(bitmap, options, bytes);
+  }
+  return false;
+}
+
+bool isDeep(CGPixelFormat f) { return f == CGPixelFormat::Gray16 || f == CGPixelFormat::RGB16 || f == CGPixelFormat::RGBA16; }
 
 std::mutex outputMutex;
 
@@ -50,26 +66,33 @@ void fail(const std::string& what, const std::string& why) {
   std::cerr << "brenvia: " << what << ": " << why << '\n';
 }
 
+struct Picture {
+  std::shared_ptr<BVImage> image;
+  bool deep = false;  // more than 8 bits per component in the file
+};
+
 // The picture of one input, turned upright by its EXIF orientation and reduced so that its longer
-// side is at most maxSize (decoded smaller where the format allows).
-std::shared_ptr<BVImage> loadPicture(const std::string& path, int maxSize) {
+// side is at most maxSize (decoded smaller where the format allows). The orientation is baked into
+// the pixels here, so outputs carry no orientation tag.
+Picture loadPicture(const std::string& path, int maxSize) {
   auto decoded = CIImage::imageWithContentsOfFile(path, size_t(std::max(maxSize, 0)));
-  if (!decoded) return nullptr;
+  if (!decoded) return {};
   Value properties = decoded->properties();
   int orientation = int(BVNumber(properties.value("Orientation", Value(1))).value_or(1));
   properties["Orientation"] = 1;
-  auto picture = BVImage::initWithCIImage(decoded->imageByApplyingOrientation(orientation)->imageBySettingProperties(properties));
-  if (!picture || maxSize <= 0) return picture;
-  CGSize size = picture->size();
+  Picture picture{BVImage::initWithCIImage(decoded->imageByApplyingOrientation(orientation)->imageBySettingProperties(properties)),
+                  decoded->bitmap() && isDeep(decoded->bitmap()->format())};
+  if (!picture.image || maxSize <= 0) return picture;
+  CGSize size = picture.image->size();
   double longer = std::max(size.width, size.height);
-  if (longer > maxSize) picture->setScaleAdjustment(maxSize / longer);
+  if (longer > maxSize) picture.image->setScaleAdjustment(maxSize / longer);
   return picture;
 }
 
 // Renders one input to one output file; false (with one line on stderr) on failure.
 bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
                int threads) {
-  auto picture = loadPicture(input, s.maxSize);
+  auto [picture, deep] = loadPicture(input, s.maxSize);
   if (!picture) {
     fail(input, "cannot read the picture");
     return false;
@@ -82,11 +105,21 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   contextOptions.threads = threads;
   if (CGColorSpaceRef space = picture->colorSpace()) contextOptions.workingColorSpace = contextOptions.outputColorSpace = space;
   options.sharedCIContext = CIContext::contextWithOptions(contextOptions);
+  // 16-bit sources keep their depth in the formats that can hold it: the result is rendered in float.
+  const Format format = formatOf(output).value_or(Format::JPEG);
+  const bool sixteenBit = deep && (format == Format::PNG || format == Format::TIFF);
+  options.returnCIImage = sixteenBit;
   auto filters = BVFilter::filtersWithArray(recipe, s.assets.empty() ? std::nullopt : std::optional(s.assets),
                                             s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
   auto processor = BVImageProcessor::initWithFilters(std::move(filters), options);
   auto result = processor->process(picture);
-  CGImageRef bitmap = result ? result->CGImage() : nullptr;
+  CGImageRef bitmap;
+  if (sixteenBit && result && result->CIImage()) {
+    CIImageRef image = result->CIImage();
+    bitmap = options.sharedCIContext->createCGImage(image, image->extent(), kCIFormatRGBAf, picture->colorSpace());
+  } else {
+    bitmap = result ? result->CGImage() : nullptr;
+  }
   if (!bitmap) {
     fail(input, "rendering failed");
     return false;
@@ -94,9 +127,8 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   std::vector<uint8_t> bytes;
   imageio::EncodeOptions encode;
   encode.quality = s.quality / 100.0;
-  bool encoded = formatOf(output) == Format::PNG ? imageio::encodePNG(*bitmap, encode, bytes)
-                                                 : imageio::encodeJPEG(*bitmap, encode, bytes);
-  if (!encoded) {
+  encode.sixteenBit = sixteenBit;
+  if (!encodeAs(format, *bitmap, encode, bytes)) {
     fail(output.string(), "cannot encode the picture");
     return false;
   }
@@ -126,7 +158,7 @@ int run(const RenderSettings& s) {
     return 2;
   }
   if (s.inputs.size() == 1 && !fs::is_directory(s.output) && !formatOf(s.output)) {
-    fail(s.output, "the output name must end in .jpg, .jpeg or .png");
+    fail(s.output, "the output name must end in .jpg, .jpeg, .png, .heic, .heif, .webp, .tif or .tiff");
     return 2;
   }
   std::string error;
@@ -169,10 +201,10 @@ void addRenderCommand(CLI::App& app) {
   auto* cmd = app.add_subcommand("render", "Apply a filter recipe to pictures");
   cmd->add_option("recipe", settings->recipePath, "Recipe file: JSON or property list array of filters; - for stdin")
       ->required();
-  cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG)")->required();
-  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png), or folder for several inputs")
+  cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG, HEIF, WebP, TIFF)")->required();
+  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png, .heic, .webp, .tif), or folder for several inputs")
       ->required();
-  cmd->add_option("--quality", settings->quality, "JPEG quality, 0 to 100")->check(CLI::Range(0, 100));
+  cmd->add_option("--quality", settings->quality, "JPEG, HEIF and WebP quality, 0 to 100")->check(CLI::Range(0, 100));
   cmd->add_option("--assets", settings->assets, "Folder of the pictures the recipe names");
   cmd->add_option("--prefix", settings->prefix, "Prefix of the picture names");
   cmd->add_option("--disable-tag", settings->disableTags, "Turn off the filters with this tag (repeatable)");

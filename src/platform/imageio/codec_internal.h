@@ -1,6 +1,6 @@
 #pragma once
 
-// Pieces shared by the JPEG and PNG codecs. Not part of the public interface.
+// Pieces shared by the codecs. Not part of the public interface.
 
 #include "platform/imageio/image_io.h"
 
@@ -24,6 +24,11 @@ enum class ReadMode { HeaderOnly, Pixels };
 // short reason for the log line.
 bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
 bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+// These read from memory only (source.data). readHEIF leaves `out.image` null, and succeeds, when
+// an auxiliary map is asked for and the file has none.
+bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
+bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
 
 // False, with a reason, when a picture of this size must not be decoded.
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why);
@@ -46,6 +51,9 @@ Value baseProperties(uint64_t width, uint64_t height);
 // groups. The block starts with "Exif\0\0" (JPEG APP1) or directly with the TIFF header (PNG eXIf).
 // Unreadable blocks are ignored.
 void mergeExif(const uint8_t* data, size_t size, Value& properties);
+// Metadata text as valid UTF-8: trailing NULs and spaces are dropped, and bytes that do not form
+// UTF-8 are read as Latin-1 (files are meant to hold ASCII; cameras also write Latin-1 or UTF-8).
+std::string textValue(const unsigned char* p, size_t n);
 // An EXIF block ("Exif\0\0" + TIFF) holding only the orientation tag; empty when it cannot be built.
 std::vector<uint8_t> orientationExif(int orientation);
 
@@ -76,6 +84,9 @@ struct OutputColor {
   const std::vector<uint8_t>* profile = nullptr;  // profile to embed, or null
 };
 OutputColor chooseOutputColor(const CGImage& image);
+
+// Whether the format holds more than 8 bits per component (16-bit and float formats).
+bool hasDeepSamples(CGPixelFormat f);
 
 // Pixel layouts the encoders consume; 16-bit components are host-endian.
 enum class RowLayout { Gray8, Gray16, RGB8, RGB16, RGBA8, RGBA16 };

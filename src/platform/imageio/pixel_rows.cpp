@@ -135,6 +135,11 @@ void convert(const CGImage& image, size_t y, T* out) {
 
 }  // namespace
 
+bool hasDeepSamples(CGPixelFormat f) {
+  return f == CGPixelFormat::Gray16 || f == CGPixelFormat::RGB16 || f == CGPixelFormat::RGBA16 ||
+         f == CGPixelFormat::RGBAFloatPremultiplied;
+}
+
 size_t rowLayoutBytesPerPixel(RowLayout layout) {
   switch (layout) {
     case RowLayout::Gray8: return 1;
