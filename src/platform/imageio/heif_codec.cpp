@@ -264,7 +264,7 @@ bool encodeHEIF(const CGImage& image, const EncodeOptions& options, std::vector<
   HeifImagePtr heifImage = uprightHeifImage(image, options.orientation, CGPixelFormatHasAlpha(image.format()));
   if (!heifImage) return fail("not enough memory");
   OutputColor color = chooseOutputColor(image);
-  if (color.profile)
+  if (color.profile && !color.gray)  // the picture is written as RGB: a grey profile cannot describe it
     heif_image_set_raw_color_profile(heifImage.get(), "prof", color.profile->data(), color.profile->size());
   heif_error err = heif_context_encode_image(context.get(), heifImage.get(), encoder.get(), nullptr, nullptr);
   heif_writer writer{1, appendToVector};

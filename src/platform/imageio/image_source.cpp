@@ -150,6 +150,12 @@ std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOpti
   std::string why;
   std::vector<uint8_t> bytes;
   FilePtr f = openForReading(path, why);
+  if (f && options.auxiliary != AuxiliaryImage::None) {
+    // Only HEIF holds auxiliary maps: other files need not be read past their first bytes.
+    uint8_t head[kSniffBytes];
+    size_t headSize = std::fread(head, 1, sizeof head, f.get());
+    if (sniff(head, headSize) != Format::HEIF) return std::nullopt;
+  }
   if (!f || !readWholeFile(f.get(), bytes, why)) {
     detail::logFailure("read", path, why);
     return std::nullopt;

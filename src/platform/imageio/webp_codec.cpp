@@ -92,7 +92,7 @@ bool fail(std::string_view reason) {
 bool addMetadata(const WebPData& bitstream, const OutputColor& color, int orientation, std::vector<uint8_t>& out) {
   std::unique_ptr<WebPMux, MuxDeleter> mux(WebPMuxNew());
   if (!mux || WebPMuxSetImage(mux.get(), &bitstream, 0) != WEBP_MUX_OK) return false;
-  if (color.profile) {
+  if (color.profile && !color.gray) {  // the picture is written as RGB: a grey profile cannot describe it
     WebPData icc{color.profile->data(), color.profile->size()};
     if (WebPMuxSetChunk(mux.get(), "ICCP", &icc, 0) != WEBP_MUX_OK) return false;
   }
