@@ -43,6 +43,8 @@ struct PixelBuffer {
   bool allocate(size_t w, size_t h, CGPixelFormat f);
   uint8_t* row(size_t y) { return data.get() + y * bytesPerRow; }
   CGImageRef finish(CGColorSpaceRef space);
+  // finish() into out.image; false, with "<format>: the decoded bitmap is invalid", when that fails.
+  bool finishInto(DecodedImage& out, CGColorSpaceRef space, std::string_view format, std::string& why);
 };
 
 // {"Orientation": 1, "PixelWidth": w, "PixelHeight": h}.

@@ -184,9 +184,7 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
   PixelBuffer pixels;
   if (!decodeHandle(primary.get(), false, pixels, why)) return false;
   CGColorSpaceRef space = heifColorSpace(primary.get(), pixels);
-  out.image = pixels.finish(std::move(space));
-  if (!out.image) why = "HEIF: the decoded bitmap is invalid";
-  return out.image != nullptr;
+  return pixels.finishInto(out, std::move(space), "HEIF", why);
 }
 
 }  // namespace brenvia::imageio::detail

@@ -25,6 +25,12 @@ CGImageRef PixelBuffer::finish(CGColorSpaceRef space) {
   return CGImage::create(width, height, bytesPerRow, format, std::move(space), std::move(data));
 }
 
+bool PixelBuffer::finishInto(DecodedImage& out, CGColorSpaceRef space, std::string_view format, std::string& why) {
+  out.image = finish(std::move(space));
+  if (!out.image) why = std::string(format) + ": the decoded bitmap is invalid";
+  return out.image != nullptr;
+}
+
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why) {
   if (width == 0 || height == 0) {
     why = "the picture has no pixels";

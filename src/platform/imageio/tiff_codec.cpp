@@ -232,9 +232,7 @@ bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::strin
     return false;
   }
   CGColorSpaceRef space = tiffColorSpace(tiff.get(), pixels);
-  out.image = pixels.finish(std::move(space));
-  if (!out.image) why = "TIFF: the decoded bitmap is invalid";
-  return out.image != nullptr;
+  return pixels.finishInto(out, std::move(space), "TIFF", why);
 }
 
 }  // namespace brenvia::imageio::detail

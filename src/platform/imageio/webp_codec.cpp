@@ -64,9 +64,8 @@ bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::strin
     return false;
   }
   WebPData icc = demux ? chunk(demux.get(), "ICCP") : WebPData{nullptr, 0};
-  out.image = pixels.finish(adoptEmbeddedProfile(icc.bytes, icc.size, pixels));
-  if (!out.image) why = "WebP: the decoded bitmap is invalid";
-  return out.image != nullptr;
+  CGColorSpaceRef space = adoptEmbeddedProfile(icc.bytes, icc.size, pixels);
+  return pixels.finishInto(out, std::move(space), "WebP", why);
 }
 
 }  // namespace brenvia::imageio::detail
