@@ -11,6 +11,11 @@
 namespace brenvia::imageio::detail {
 namespace {
 
+// Largest side libheif may decode to. libheif 1.15 sizes pixel planes in int: a larger picture (or
+// a grid whose descriptor claims a larger canvas than the file declares) overflows that at 16-bit
+// RGBA and is written past its buffer. Sides of 16384 and more are therefore refused.
+constexpr int kMaxHEIFSide = 16383;
+
 // The auxiliary type camera pictures give their portrait effects matte.
 constexpr std::string_view kPortraitMatteType = "urn:com:apple:photo:2018:aux:portraiteffectsmatte";
 
@@ -165,6 +170,7 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
     why = "HEIF: not enough memory";
     return false;
   }
+  heif_context_set_maximum_image_size_limit(context.get(), kMaxHEIFSide);
   heif_image_handle* primaryRaw = nullptr;
   if (failed(heif_context_read_from_memory_without_copy(context.get(), source.data, source.size, nullptr), why) ||
       failed(heif_context_get_primary_image_handle(context.get(), &primaryRaw), why))

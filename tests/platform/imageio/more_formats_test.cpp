@@ -237,6 +237,18 @@ TEST(MoreFormats, HugeDeclaredSizesAreRefused) {
   LogCapture heifLog;
   EXPECT_FALSE(decodeData(heif.data(), heif.size(), {}, "huge"));
   EXPECT_EQ(heifLog.lines.size(), 1u);
+
+  // A grid whose descriptor (in the "idat" box) claims a 30000 x 30000 canvas behind small "ispe" sizes.
+  auto grid = encodeWith(kHEIF, *source);
+  const std::string_view idat = "idat";
+  auto box = std::search(grid.begin(), grid.end(), idat.begin(), idat.end(), [](uint8_t a, char b) { return a == uint8_t(b); });
+  ASSERT_NE(box, grid.end());
+  uint8_t* descriptor = &*box + 4;  // version, flags, rows - 1, columns - 1, then 16-bit width and height
+  ASSERT_EQ(descriptor[1] & 1, 0);
+  descriptor[4] = descriptor[6] = 0x75, descriptor[5] = descriptor[7] = 0x30;
+  LogCapture gridLog;
+  EXPECT_FALSE(decodeData(grid.data(), grid.size(), {}, "grid"));
+  EXPECT_EQ(gridLog.lines.size(), 1u);
 }
 
 }  // namespace
