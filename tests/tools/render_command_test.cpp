@@ -90,6 +90,15 @@ TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {
   auto missing = test::runCli("render " + write("id.json", "[]") + " " + file("nope.jpg") + " -o " + out);
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.out.find("brenvia: " + file("nope.jpg") + ": cannot read the picture"), std::string::npos);
+  // A large picture whose damage shows only after rendering has begun.
+  std::vector<uint8_t> large;
+  imageio::encodeJPEG(*test::noiseBitmap(1200, 900), {}, large);
+  large.resize(large.size() / 2);
+  imageio::writeFileAtomically(file("cut.jpg"), large);
+  auto cut = test::runCli("render " + file("id.json") + " " + file("cut.jpg") + " -o " + out);
+  EXPECT_EQ(cut.status, 1);
+  EXPECT_NE(cut.out.find("[ImageIO] Could not read `" + file("cut.jpg") + "`"), std::string::npos) << cut.out;
+  EXPECT_NE(cut.out.find("brenvia: " + file("cut.jpg") + ": cannot read the picture"), std::string::npos) << cut.out;
   std::ifstream kept(out);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "precious");
   EXPECT_EQ(test::runCli("render " + file("id.json") + " " + input + " -o " + file("x.gif")).status, 2);

@@ -66,77 +66,81 @@ void fail(const std::string& what, const std::string& why) {
   std::cerr << "brenvia: " << what << ": " << why << '\n';
 }
 
-struct Picture {
-  std::shared_ptr<BVImage> image;
-  bool deep = false;  // more than 8 bits per component in the file
-};
-
 // The picture of one input, turned upright by its EXIF orientation and reduced so that its longer
 // side is at most maxSize (decoded smaller where the format allows). The orientation is baked into
 // the pixels here, so outputs carry no orientation tag.
-Picture loadPicture(const std::string& path, int maxSize) {
+// `pixels` is the decoded bitmap, whose rows may still be arriving.
+std::shared_ptr<BVImage> loadPicture(const std::string& path, int maxSize, CGImageRef& pixels) {
   auto decoded = CIImage::imageWithContentsOfFile(path, size_t(std::max(maxSize, 0)));
-  if (!decoded) return {};
+  if (!decoded) return nullptr;
+  pixels = decoded->bitmap();
   Value properties = decoded->properties();
   int orientation = int(BVNumber(properties.value("Orientation", Value(1))).value_or(1));
   properties["Orientation"] = 1;
-  Picture picture{BVImage::initWithCIImage(decoded->imageByApplyingOrientation(orientation)->imageBySettingProperties(properties)),
-                  decoded->bitmap() && isDeep(decoded->bitmap()->format())};
-  if (!picture.image || maxSize <= 0) return picture;
-  CGSize size = picture.image->size();
+  auto picture = BVImage::initWithCIImage(decoded->imageByApplyingOrientation(orientation)->imageBySettingProperties(properties));
+  if (!picture || maxSize <= 0) return picture;
+  CGSize size = picture->size();
   double longer = std::max(size.width, size.height);
-  if (longer > maxSize) picture.image->setScaleAdjustment(maxSize / longer);
+  if (longer > maxSize) picture->setScaleAdjustment(maxSize / longer);
   return picture;
 }
 
 // Renders one input to one output file; false (with one line on stderr) on failure.
 bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
                int threads) {
-  auto [picture, deep] = loadPicture(input, s.maxSize);
+  CGImageRef pixels;
+  auto picture = loadPicture(input, s.maxSize, pixels);
   if (!picture) {
     fail(input, "cannot read the picture");
     return false;
   }
+  // A picture found damaged only while it is rendered is the input's failure, whatever failed next.
+  auto failed = [&](const std::string& what, const std::string& why) {
+    if (pixels && !pixels->complete()) {
+      fail(input, "cannot read the picture");
+    } else {
+      fail(what, why);
+    }
+    return false;
+  };
   auto inputs = std::make_shared<BVInput>();
   if (!s.disableTags.empty()) inputs->disableTags = s.disableTags;
   BVImageProcessorOptions options;
   options.input = inputs;
+  // The processor hands back the filtered image unrendered, so that it is rendered straight into
+  // the output file.
+  options.returnCIImage = true;
   CIContextOptions contextOptions;
   contextOptions.threads = threads;
   if (CGColorSpaceRef space = picture->colorSpace()) contextOptions.workingColorSpace = contextOptions.outputColorSpace = space;
-  options.sharedCIContext = CIContext::contextWithOptions(contextOptions);
-  // 16-bit sources keep their depth in the formats that can hold it: the result is rendered in float.
-  const Format format = formatOf(output).value_or(Format::JPEG);
-  const bool sixteenBit = deep && (format == Format::PNG || format == Format::TIFF);
-  options.returnCIImage = sixteenBit;
+  auto context = CIContext::contextWithOptions(contextOptions);
+  options.sharedCIContext = context;
   auto filters = BVFilter::filtersWithArray(recipe, s.assets.empty() ? std::nullopt : std::optional(s.assets),
                                             s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
   auto processor = BVImageProcessor::initWithFilters(std::move(filters), options);
   auto result = processor->process(picture);
-  CGImageRef bitmap;
-  if (sixteenBit && result && result->CIImage()) {
-    CIImageRef image = result->CIImage();
-    bitmap = options.sharedCIContext->createCGImage(image, image->extent(), kCIFormatRGBAf, picture->colorSpace());
-  } else {
-    bitmap = result ? result->CGImage() : nullptr;
+  CIImageRef filtered = result ? result->CIImage() : nullptr;
+  if (!filtered) return failed(input, "rendering failed");
+  std::string error;
+  const Format format = formatOf(output).value_or(Format::JPEG);
+  if (format == Format::JPEG) {
+    // Rendered in bands, each encoded as soon as it is done, while the input is still being decoded.
+    if (context->writeJPEGRepresentationOfImage(filtered, output.string(), context->outputColorSpace(),
+                                                {s.quality / 100.0}, &error))
+      return true;
+    return failed(output.string(), error);
   }
-  if (!bitmap) {
-    fail(input, "rendering failed");
-    return false;
-  }
-  std::vector<uint8_t> bytes;
+  // 16-bit sources keep their depth in the formats that can hold it: the result is rendered in float.
   imageio::EncodeOptions encode;
   encode.quality = s.quality / 100.0;
-  encode.sixteenBit = sixteenBit;
-  if (!encodeAs(format, *bitmap, encode, bytes)) {
-    fail(output.string(), "cannot encode the picture");
-    return false;
-  }
-  std::string error;
-  if (!imageio::writeFileAtomically(output.string(), bytes, &error)) {
-    fail(output.string(), error);
-    return false;
-  }
+  encode.sixteenBit = pixels && isDeep(pixels->format()) && (format == Format::PNG || format == Format::TIFF);
+  CGImageRef bitmap = encode.sixteenBit ? context->createCGImage(filtered, filtered->extent(), kCIFormatRGBAf,
+                                                                 context->outputColorSpace())
+                                        : context->createCGImage(filtered, filtered->extent());
+  if (!bitmap) return failed(input, "rendering failed");
+  std::vector<uint8_t> bytes;
+  if (!encodeAs(format, *bitmap, encode, bytes)) return failed(output.string(), "cannot encode the picture");
+  if (!imageio::writeFileAtomically(output.string(), bytes, &error)) return failed(output.string(), error);
   return true;
 }
 

@@ -81,4 +81,18 @@ CGImageRef CIContext::createCGImage(const CIImageRef& image, const CGRect& fromR
   return bitmap;
 }
 
+bool CIContext::renderBands(const CIImageRef& image, const CGRect& bounds, const CGColorSpaceRef& colorSpace,
+                            size_t bandRows, const std::function<bool(size_t k, const CGImage& band)>& consume) const {
+  CIImageRef moved;
+  ci::PixelRect rect;
+  if (!pixelGrid(image, bounds, moved, rect) || bandRows == 0) return false;
+  auto handOver = [&](size_t k, const uint8_t* data, size_t rowBytes, size_t rows) {
+    std::shared_ptr<const uint8_t[]> unowned(data, [](const uint8_t*) {});
+    auto band = CGImage::create(size_t(rect.w), rows, rowBytes, CGPixelFormat::RGBA8Premultiplied, colorSpace, unowned);
+    return band && consume(k, *band);
+  };
+  return ci::renderBands(moved, rect, ci::OutputFormat::RGBA8, colorSpace, ci::RenderEnv{working_},
+                         {options_.threads, options_.tileSize}, int64_t(bandRows), handOver);
+}
+
 }  // namespace brenvia

@@ -2,6 +2,7 @@
 
 #include "platform/coreimage/ci_image.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -57,6 +58,13 @@ class CIContext {
   bool writeJPEGRepresentationOfImage(const CIImageRef& image, const std::string& path,
                                       const CGColorSpaceRef& colorSpace, const CIJPEGOptions& options = {},
                                       std::string* error = nullptr) const;
+
+  // Renders `bounds` as 8-bit RGBA premultiplied bands of bandRows rows, top band first, handing
+  // band k to `consume` as a bitmap that lives only for the call. Bands are rendered and consumed
+  // on several threads at once and may arrive out of order; no bitmap of the whole frame is made.
+  // False when `consume` failed or the image could not be rendered in full.
+  bool renderBands(const CIImageRef& image, const CGRect& bounds, const CGColorSpaceRef& colorSpace, size_t bandRows,
+                   const std::function<bool(size_t k, const CGImage& band)>& consume) const;
 
   // 16384 x 16384, or unlimited for a software context.
   CGSize inputImageMaximumSize() const;

@@ -20,11 +20,17 @@ imageio::DecodeOptions auxiliaryOptions(CIImage::Auxiliary which) {
 }  // namespace
 
 CIImageRef CIImage::imageWithContentsOfFile(const std::string& path, size_t maxPixelSize) {
-  return fromDecoded(imageio::decodeFile(path, {maxPixelSize}));
+  // Rows of large pictures arrive while the image is in use: renders start on the first rows.
+  imageio::DecodeOptions options;
+  options.maxPixelSize = maxPixelSize;
+  options.background = true;
+  return fromDecoded(imageio::decodeFile(path, options));
 }
 
 CIImageRef CIImage::imageWithData(const std::vector<uint8_t>& data, size_t maxPixelSize) {
-  return fromDecoded(imageio::decodeData(data.data(), data.size(), {maxPixelSize}));
+  imageio::DecodeOptions options;
+  options.maxPixelSize = maxPixelSize;
+  return fromDecoded(imageio::decodeData(data.data(), data.size(), options));
 }
 
 CIImageRef CIImage::auxiliaryImageWithContentsOfFile(const std::string& path, Auxiliary which) {

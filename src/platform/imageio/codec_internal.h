@@ -6,16 +6,20 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace brenvia::imageio::detail {
 
 // Encoded bytes to read: a block in memory, or an open file read on demand (header-only reads).
+// A block with an owner may be read after the call returns (decoding in the background).
 struct Source {
   const uint8_t* data = nullptr;
   size_t size = 0;
   FILE* file = nullptr;
+  std::shared_ptr<const std::vector<uint8_t>> owner;
+  std::string name;  // for the log line of a failure found in the background
 };
 
 enum class ReadMode { HeaderOnly, Pixels };
@@ -63,6 +67,9 @@ std::vector<uint8_t> orientationExif(int orientation);
 // profile that is neither sRGB nor Display P3 is applied to the pixels, which become sRGB; grey,
 // unusable or mismatched profiles leave the pixels as they are, taken as sRGB.
 CGColorSpaceRef adoptEmbeddedProfile(const uint8_t* icc, size_t size, PixelBuffer& pixels);
+// The space adoptEmbeddedProfile gives when it leaves the pixels as they are; nothing when the
+// profile would be applied to them.
+std::optional<CGColorSpaceRef> spaceKeepingPixels(const uint8_t* icc, size_t size);
 
 // CMYK rows to sRGB RGB8, through the file's CMYK profile when it has one, else by the simple
 // complement formula. `inverted` is the Adobe convention (255 = no ink).
@@ -85,7 +92,8 @@ struct OutputColor {
   bool plainSRGB = false;                         // no profile needed: sRGB (or sRGB-curve grey)
   const std::vector<uint8_t>* profile = nullptr;  // profile to embed, or null
 };
-OutputColor chooseOutputColor(const CGImage& image);
+OutputColor chooseOutputColor(CGPixelFormat format, const CGColorSpaceRef& space);
+inline OutputColor chooseOutputColor(const CGImage& image) { return chooseOutputColor(image.format(), image.colorSpace()); }
 
 // Whether the format holds more than 8 bits per component (16-bit and float formats).
 bool hasDeepSamples(CGPixelFormat f);

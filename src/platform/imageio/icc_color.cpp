@@ -61,15 +61,20 @@ bool isGrayFormat(CGPixelFormat f) { return f == CGPixelFormat::Gray8 || f == CG
 
 }  // namespace
 
-CGColorSpaceRef adoptEmbeddedProfile(const uint8_t* icc, size_t size, PixelBuffer& pixels) {
+std::optional<CGColorSpaceRef> spaceKeepingPixels(const uint8_t* icc, size_t size) {
   CGColorSpaceRef srgb = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
   if (!icc || size == 0) return srgb;
   CGColorSpaceRef space = CGColorSpaceCreateWithICCData(icc, size);
   if (!space || space->model() != CGColorSpaceModel::RGB) return srgb;
   if (!space->isICCBacked()) return space;  // sRGB or Display P3: the pixels are used as stored
+  return std::nullopt;
+}
+
+CGColorSpaceRef adoptEmbeddedProfile(const uint8_t* icc, size_t size, PixelBuffer& pixels) {
+  if (auto space = spaceKeepingPixels(icc, size)) return *space;
   // Whether or not lcms2 could apply the profile, the pixels are now read as sRGB.
   convertToSRGB(icc, size, pixels);
-  return srgb;
+  return CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
 }
 
 CMYKConverter::CMYKConverter(const uint8_t* icc, size_t size, bool inverted) : inverted_(inverted) {
@@ -100,10 +105,9 @@ void CMYKConverter::convert(const uint8_t* cmyk, uint8_t* rgb, size_t pixels) co
   }
 }
 
-OutputColor chooseOutputColor(const CGImage& image) {
+OutputColor chooseOutputColor(CGPixelFormat format, const CGColorSpaceRef& space) {
   OutputColor out;
-  const CGColorSpaceRef& space = image.colorSpace();
-  bool grayPixels = isGrayFormat(image.format());
+  bool grayPixels = isGrayFormat(format);
   bool graySpace = space && space->model() == CGColorSpaceModel::Monochrome;
   out.gray = grayPixels && (!space || graySpace);
   if (!space) return out;

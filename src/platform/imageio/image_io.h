@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,6 +34,10 @@ struct DecodeOptions {
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
   // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
   AuxiliaryImage auxiliary = AuxiliaryImage::None;
+  // Large JPEG files (decodeFile only) may return before their rows are decoded: the rows arrive
+  // from a thread of the decoder's own, and readers of the bitmap wait for the rows they touch. A
+  // failure found then logs the usual line and leaves the bitmap incomplete (CGImage::complete).
+  bool background = false;
 };
 
 struct DecodedImage {
@@ -84,6 +89,31 @@ bool encodePNG(const CGImage& image, const EncodeOptions& options, std::vector<u
 bool encodeHEIF(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 bool encodeWebP(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 bool encodeTIFF(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+
+// A JPEG encoded as horizontal strips on any threads in any order, then joined: the way to encode
+// a picture while it is still being rendered, without a bitmap of the whole frame. Every strip but
+// the last holds stripRows() rows; strip k takes those rows of `image` starting at `firstRow`
+// (an image holding only that strip passes 0). All strips must have the width, layout and colour
+// space given here. The output is the file encodeJPEG writes, with restart markers between strips.
+class JPEGStripEncoder {
+ public:
+  JPEGStripEncoder(size_t width, size_t height, CGPixelFormat format, const CGColorSpaceRef& colorSpace,
+                   const EncodeOptions& options, size_t preferredStripRows);
+  ~JPEGStripEncoder();
+  JPEGStripEncoder(const JPEGStripEncoder&) = delete;
+  JPEGStripEncoder& operator=(const JPEGStripEncoder&) = delete;
+
+  size_t stripRows() const;
+  size_t stripCount() const;
+  // False when the strip could not be encoded; finish then fails with the reason.
+  bool encodeStrip(size_t k, const CGImage& image, size_t firstRow = 0);
+  // The joined file; false, with the one log line of encodeJPEG, when a strip failed or is missing.
+  bool finish(std::vector<uint8_t>& out);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 // Writes the bytes to a temporary file in the destination's folder and renames it over `path`, so
 // the destination is either untouched or complete. On failure the temporary file is removed and

@@ -17,7 +17,7 @@ bool PixelBuffer::allocate(size_t w, size_t h, CGPixelFormat f) {
   height = h;
   format = f;
   bytesPerRow = (w * CGPixelFormatBytesPerPixel(f) + 15) & ~size_t{15};
-  data.reset(new (std::nothrow) uint8_t[bytesPerRow * h]);
+  data = CGPixelMemoryAllocate(bytesPerRow * h, false);
   return data != nullptr;
 }
 
@@ -123,7 +123,9 @@ bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMod
   std::vector<uint8_t> bytes;
   if (source.file && format != Format::JPEG && format != Format::PNG && format != Format::Unknown) {
     if (!readWholeFile(source.file, bytes, why)) format = Format::Unknown;
-    memory = Source{bytes.data(), bytes.size(), nullptr};
+    memory.data = bytes.data();
+    memory.size = bytes.size();
+    memory.file = nullptr;
   }
   switch (format) {
     case Format::JPEG: ok = detail::readJPEG(memory, mode, options, out, why); break;
@@ -147,14 +149,16 @@ std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const D
   if (!data) size = 0;
   // Only HEIF files hold auxiliary maps; other files have none to report, which is no failure.
   if (options.auxiliary != AuxiliaryImage::None && sniff(data, size) != Format::HEIF) return std::nullopt;
-  Source source{data, size, nullptr};
+  Source source;
+  source.data = data;
+  source.size = size;
   if (!readAny(source, data, size, ReadMode::Pixels, options, name, out) || !out.image) return std::nullopt;
   return out;
 }
 
 std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOptions& options) {
   std::string why;
-  std::vector<uint8_t> bytes;
+  auto bytes = std::make_shared<std::vector<uint8_t>>();
   FilePtr f = openForReading(path, why);
   if (f && options.auxiliary != AuxiliaryImage::None) {
     // Only HEIF holds auxiliary maps: other files need not be read past their first bytes.
@@ -162,12 +166,16 @@ std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOpti
     size_t headSize = std::fread(head, 1, sizeof head, f.get());
     if (sniff(head, headSize) != Format::HEIF) return std::nullopt;
   }
-  if (!f || !readWholeFile(f.get(), bytes, why)) {
+  if (!f || !readWholeFile(f.get(), *bytes, why)) {
     detail::logFailure("read", path, why);
     return std::nullopt;
   }
   f.reset();
-  return decodeData(bytes.data(), bytes.size(), options, path);
+  DecodedImage out;
+  Source source{bytes->data(), bytes->size(), nullptr, bytes, path};
+  if (!readAny(source, bytes->data(), bytes->size(), ReadMode::Pixels, options, path, out) || !out.image)
+    return std::nullopt;
+  return out;
 }
 
 std::optional<Value> readProperties(const std::string& path) {
@@ -181,7 +189,8 @@ std::optional<Value> readProperties(const std::string& path) {
   size_t headSize = std::fread(head, 1, sizeof head, f.get());
   std::rewind(f.get());
   DecodedImage out;
-  Source source{nullptr, 0, f.get()};
+  Source source;
+  source.file = f.get();
   if (!readAny(source, head, headSize, ReadMode::HeaderOnly, {}, path, out)) return std::nullopt;
   return std::move(out.properties);
 }

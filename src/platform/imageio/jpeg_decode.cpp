@@ -5,8 +5,12 @@
 #include "platform/imageio/jpeg_errors.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
 
 namespace brenvia::imageio::detail {
 namespace {
@@ -16,6 +20,9 @@ namespace {
 constexpr int kMaxScans = 500;
 // Rows handed to libjpeg per call.
 constexpr unsigned kRowBatch = 16;
+// Pictures smaller than this are decoded before decodeFile returns even when the caller allows
+// the background: a thread costs more than it saves.
+constexpr size_t kBackgroundMinPixels = size_t{1} << 20;
 
 void limitScans(j_common_ptr c) {
   if (c->is_decompressor && reinterpret_cast<j_decompress_ptr>(c)->input_scan_number > kMaxScans)
@@ -35,6 +42,8 @@ struct JpegReader {
   PixelBuffer pixels;
   std::vector<uint8_t> cmykRow;
   std::unique_ptr<CMYKConverter> cmykToRGB;
+  // Told the rows decoded so far after each batch; false stops the decode.
+  std::function<bool(size_t)> rowsDecoded;
 
   JpegReader() {
     cinfo.err = &errors.pub;
@@ -82,8 +91,63 @@ void readRowsStep(JpegReader& r) {
       got = jpeg_read_scanlines(&c, rows, n);
     }
     if (got == 0) jpegFail(reinterpret_cast<j_common_ptr>(&c), "the decoder stopped early");
+    if (r.rowsDecoded && !r.rowsDecoded(c.output_scanline)) jpegFail(reinterpret_cast<j_common_ptr>(&c), "cancelled");
   }
 }
+
+// Decodes a picture's rows on a thread of its own while the bitmap is already in use. The thread
+// lives as long as the bitmap: dropping the bitmap early cancels the decode.
+class BackgroundRows final : public CGImageRowArrival {
+ public:
+  BackgroundRows(std::unique_ptr<JpegReader> reader, std::string name)
+      : reader_(std::move(reader)), name_(std::move(name)) {
+    reader_->rowsDecoded = [this](size_t rows) {
+      publish(rows);
+      return !cancelled_.load(std::memory_order_relaxed);
+    };
+  }
+  ~BackgroundRows() override {
+    cancelled_ = true;
+    if (thread_.joinable()) thread_.join();
+  }
+
+  void start() {
+    thread_ = std::thread([this] { run(); });
+  }
+  void waitForRows(size_t rows) const override {
+    std::unique_lock lock(mutex_);
+    arrived_.wait(lock, [&] { return ready_.load(std::memory_order_relaxed) >= rows; });
+  }
+  bool failed() const override { return failed_.load(std::memory_order_acquire); }
+
+ private:
+  void run() {
+    PixelBuffer pixels = reader_->pixels;
+    if (!runJpegStep(*reader_, readRowsStep)) {
+      size_t decoded = std::min<size_t>(reader_->cinfo.output_scanline, pixels.height);
+      std::memset(pixels.row(decoded), 0, (pixels.height - decoded) * pixels.bytesPerRow);
+      if (!cancelled_) logFailure("read", name_, std::string("JPEG: ") + reader_->errors.message);
+      failed_.store(true, std::memory_order_release);
+    }
+    reader_.reset();
+    publish(pixels.height);
+  }
+
+  void publish(size_t rows) {
+    {
+      std::lock_guard lock(mutex_);
+      ready_.store(rows, std::memory_order_release);
+    }
+    arrived_.notify_all();
+  }
+
+  std::unique_ptr<JpegReader> reader_;  // its source keeps the encoded bytes alive
+  std::string name_;
+  std::atomic<bool> cancelled_{false}, failed_{false};
+  mutable std::mutex mutex_;
+  mutable std::condition_variable arrived_;
+  std::thread thread_;
+};
 
 // False when the data cannot hold the picture its header announces, so nothing is allocated for
 // it. Only single-scan Huffman-coded pictures have a simple bound: each 8x8 block needs at least
@@ -111,10 +175,26 @@ const jpeg_marker_struct* findExif(const jpeg_decompress_struct& c) {
   return nullptr;
 }
 
+// Hands the reader, ready to read rows, to a thread of its own and gives the arriving bitmap.
+bool decodeInBackground(std::unique_ptr<JpegReader> reader, const Source& source, CGColorSpaceRef space,
+                        DecodedImage& out, std::string& why) {
+  const PixelBuffer pixels = reader->pixels;
+  auto rows = std::make_shared<BackgroundRows>(std::move(reader), source.name);
+  out.image = CGImage::createArriving(pixels.width, pixels.height, pixels.bytesPerRow, pixels.format, std::move(space),
+                                      pixels.data, rows);
+  if (!out.image) {
+    why = "JPEG: the decoded bitmap is invalid";
+    return false;
+  }
+  rows->start();
+  return true;
+}
+
 }  // namespace
 
 bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why) {
-  JpegReader r;
+  auto reader = std::make_unique<JpegReader>();
+  JpegReader& r = *reader;
   r.source = source;
   r.wantPixels = mode == ReadMode::Pixels;
   auto fail = [&] {
@@ -166,6 +246,11 @@ bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options,
   if (r.cmyk) {
     r.cmykRow.resize(size_t{c.output_width} * 4);
     r.cmykToRGB = std::make_unique<CMYKConverter>(r.icc, r.iccSize, c.saw_Adobe_marker);
+  }
+  if (options.background && source.owner && !r.cmyk && size_t{c.output_width} * c.output_height >= kBackgroundMinPixels) {
+    std::optional<CGColorSpaceRef> space =
+        format == CGPixelFormat::Gray8 ? CGColorSpaceCreateDeviceGray() : spaceKeepingPixels(r.icc, r.iccSize);
+    if (space) return decodeInBackground(std::move(reader), source, std::move(*space), out, why);
   }
   if (!runJpegStep(r, readRowsStep)) return fail();
 

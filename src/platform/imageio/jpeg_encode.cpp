@@ -26,12 +26,11 @@ constexpr size_t kParallelMinPixels = size_t{1} << 20;
 
 // What every strip shares.
 struct Settings {
-  const CGImage* image = nullptr;
+  size_t width = 0;
   int quality = 100;
   OutputColor color;
   std::vector<uint8_t> exif;
-  // Rows are passed straight from the image when its layout is one libjpeg takes, else converted.
-  bool direct = false;
+  // Rows are passed straight from the image when they are in this layout, else converted to it.
   RowLayout layout = RowLayout::RGB8;
   J_COLOR_SPACE inputSpace = JCS_EXT_RGB;
   int inputComponents = 3;
@@ -70,13 +69,14 @@ void termDestination(j_compress_ptr c) {
   d->out->resize(d->out->size() - d->pub.free_in_buffer);
 }
 
-// Encodes rows [firstRow, firstRow + rowCount) as a JPEG of that height.
+// Encodes rows [firstRow, firstRow + rowCount) of the image as a JPEG of that height.
 struct JpegWriter {
   jpeg_compress_struct cinfo{};
   JpegErrors errors;
   VectorDestination destination{};
   bool created = false;
   const Settings* settings = nullptr;
+  const CGImage* image = nullptr;
   size_t firstRow = 0, rowCount = 0;
   unsigned restartInterval = 0;  // in MCUs; 0 for none
   bool writeMarkers = true;      // EXIF and ICC segments, in the first strip only
@@ -99,7 +99,7 @@ void compressStep(JpegWriter& w) {
   jpeg_create_compress(&c);
   w.created = true;
   c.dest = &w.destination.pub;
-  c.image_width = static_cast<JDIMENSION>(s.image->width());
+  c.image_width = static_cast<JDIMENSION>(s.width);
   c.image_height = static_cast<JDIMENSION>(w.rowCount);
   c.input_components = s.inputComponents;
   c.in_color_space = s.inputSpace;
@@ -117,18 +117,17 @@ void compressStep(JpegWriter& w) {
   if (w.writeMarkers && s.color.profile)
     jpeg_write_icc_profile(&c, s.color.profile->data(), static_cast<unsigned>(s.color.profile->size()));
 
-  size_t rowBytes = rowLayoutBytesPerPixel(s.layout) * s.image->width();
+  size_t rowBytes = rowLayoutBytesPerPixel(s.layout) * s.width;
   while (c.next_scanline < c.image_height) {
     JDIMENSION y = c.next_scanline;
     unsigned n = std::min<unsigned>(kRowBatch, c.image_height - y);
     JSAMPROW rows[kRowBatch];
     for (unsigned i = 0; i < n; ++i) {
       size_t imageRow = w.firstRow + y + i;
-      if (s.direct) {
-        rows[i] = const_cast<JSAMPROW>(s.image->row(imageRow));
-      } else {
+      rows[i] = const_cast<JSAMPROW>(rowIfAlready(*w.image, imageRow, s.layout));
+      if (!rows[i]) {
         rows[i] = w.scratch.data() + i * rowBytes;
-        convertRow(*s.image, imageRow, s.layout, rows[i]);
+        convertRow(*w.image, imageRow, s.layout, rows[i]);
       }
     }
     jpeg_write_scanlines(&c, rows, n);
@@ -136,17 +135,18 @@ void compressStep(JpegWriter& w) {
   jpeg_finish_compress(&c);
 }
 
-bool encodeStrip(const Settings& s, size_t firstRow, size_t rowCount, unsigned restartInterval, bool markers,
-                 std::vector<uint8_t>& out, std::string& why) {
+bool encodeStrip(const Settings& s, const CGImage& image, size_t firstRow, size_t rowCount, unsigned restartInterval,
+                 bool markers, std::vector<uint8_t>& out, std::string& why) {
   JpegWriter w;
   w.settings = &s;
+  w.image = &image;
   w.firstRow = firstRow;
   w.rowCount = rowCount;
   w.restartInterval = restartInterval;
   w.writeMarkers = markers;
-  if (!s.direct) w.scratch.resize(rowLayoutBytesPerPixel(s.layout) * s.image->width() * kRowBatch);
+  w.scratch.resize(rowLayoutBytesPerPixel(s.layout) * s.width * kRowBatch);
   // A first guess at the output size; the destination grows when it is too small.
-  size_t samples = s.image->width() * rowCount * (s.color.gray ? 1 : 3);
+  size_t samples = s.width * rowCount * (s.color.gray ? 1 : 3);
   out.resize(std::max<size_t>(size_t{1} << 16, samples / (s.quality >= 90 ? 2 : 8)));
   w.destination.out = &out;
   if (runJpegStep(w, compressStep)) return true;
@@ -181,13 +181,17 @@ bool joinStrips(std::vector<std::vector<uint8_t>>& strips, size_t height, std::v
   if (!locateScan(first, scanStart, heightOffset)) return false;
   first[heightOffset] = static_cast<uint8_t>(height >> 8);
   first[heightOffset + 1] = static_cast<uint8_t>(height);
-  out = std::move(first);
-  out.resize(out.size() - 2);
+  size_t total = 0;
+  for (const auto& strip : strips) total += strip.size();
+  out.clear();
+  out.reserve(total);
+  out.insert(out.end(), first.begin(), first.end() - 2);
   for (size_t k = 1; k < strips.size(); ++k) {
     if (!locateScan(strips[k], scanStart, heightOffset)) return false;
     out.push_back(0xff);
     out.push_back(static_cast<uint8_t>(0xd0 + ((k - 1) & 7)));
     out.insert(out.end(), strips[k].begin() + static_cast<ptrdiff_t>(scanStart), strips[k].end() - 2);
+    std::vector<uint8_t>().swap(strips[k]);  // the joined file takes its place
   }
   out.push_back(0xff);
   out.push_back(0xd9);
@@ -200,24 +204,20 @@ int encoderQuality(double q) {
   return std::clamp(static_cast<int>(std::lround(q * 100)), 1, 100);
 }
 
-Settings makeSettings(const CGImage& image, const EncodeOptions& options) {
+Settings makeSettings(size_t width, CGPixelFormat format, const CGColorSpaceRef& space, const EncodeOptions& options) {
   Settings s;
-  s.image = &image;
+  s.width = width;
   s.quality = encoderQuality(options.quality);
-  s.color = chooseOutputColor(image);
+  s.color = chooseOutputColor(format, space);
   if (options.orientation >= 2 && options.orientation <= 8) s.exif = orientationExif(options.orientation);
   if (s.color.gray) {
     s.layout = RowLayout::Gray8;
     s.inputSpace = JCS_GRAYSCALE;
     s.inputComponents = 1;
-    s.direct = image.format() == CGPixelFormat::Gray8;
-  } else if (image.format() == CGPixelFormat::RGBA8) {
+  } else if (CGPixelFormatBytesPerPixel(format) == 4) {
     s.layout = RowLayout::RGBA8;  // libjpeg skips the fourth byte itself
     s.inputSpace = JCS_EXT_RGBX;
     s.inputComponents = 4;
-    s.direct = true;
-  } else {
-    s.direct = image.format() == CGPixelFormat::RGB8;
   }
   // Colour below quality 100 subsamples chroma 2x2, so an MCU covers 16 x 16 pixels.
   s.mcuSize = !s.color.gray && s.quality < 100 ? 16 : 8;
@@ -226,57 +226,99 @@ Settings makeSettings(const CGImage& image, const EncodeOptions& options) {
 
 }  // namespace
 
-bool encodeJPEGWithThreads(const CGImage& image, const EncodeOptions& options, unsigned threads,
-                           std::vector<uint8_t>& out) {
-  out.clear();
-  Settings s = makeSettings(image, options);
-  std::string why;
+}  // namespace brenvia::imageio::detail
 
+namespace brenvia::imageio {
+
+struct JPEGStripEncoder::State {
+  detail::Settings settings;
+  size_t height = 0, stripRows = 0, strips = 0;
+  unsigned interval = 0;  // restart interval in MCUs: one strip; 0 for a single strip
+  std::vector<std::vector<uint8_t>> parts;
+  std::vector<char> done;
+  std::vector<std::string> errors;
+};
+
+JPEGStripEncoder::JPEGStripEncoder(size_t width, size_t height, CGPixelFormat format, const CGColorSpaceRef& space,
+                                   const EncodeOptions& options, size_t preferredStripRows)
+    : state_(std::make_unique<State>()) {
+  State& st = *state_;
+  st.settings = detail::makeSettings(width, format, space, options);
+  st.height = height;
   // Strips hold whole MCU rows, and one strip's MCUs must fit the 16-bit restart interval.
-  size_t mcusPerRow = (image.width() + s.mcuSize - 1) / s.mcuSize;
-  size_t mcuRows = (image.height() + s.mcuSize - 1) / s.mcuSize;
-  size_t maxStripMCURows = 65535 / mcusPerRow;
-  size_t strips = 1;
-  size_t stripMCURows = mcuRows;
-  if (threads > 1 && image.width() * image.height() >= kParallelMinPixels && maxStripMCURows > 0) {
-    stripMCURows = std::min((mcuRows + threads * 2 - 1) / (threads * 2), maxStripMCURows);
-    strips = (mcuRows + stripMCURows - 1) / stripMCURows;
-  }
+  const size_t mcu = st.settings.mcuSize;
+  const size_t mcusPerRow = (width + mcu - 1) / mcu;
+  const size_t maxStripMCURows = 65535 / std::max<size_t>(mcusPerRow, 1);
+  const size_t stripMCURows = preferredStripRows >= height
+                                  ? 0
+                                  : std::min(std::max<size_t>(preferredStripRows / mcu, 1), maxStripMCURows);
+  st.stripRows = stripMCURows == 0 ? height : stripMCURows * mcu;
+  st.strips = std::max<size_t>((height + st.stripRows - 1) / std::max<size_t>(st.stripRows, 1), 1);
+  if (st.strips == 1) st.stripRows = height;
+  st.interval = st.strips > 1 ? static_cast<unsigned>(stripMCURows * mcusPerRow) : 0;
+  st.parts.resize(st.strips);
+  st.done.assign(st.strips, 0);
+  st.errors.resize(st.strips);
+}
 
-  bool ok;
-  if (strips <= 1) {
-    ok = encodeStrip(s, 0, image.height(), 0, true, out, why);
-  } else {
-    size_t stripRows = stripMCURows * s.mcuSize;
-    auto interval = static_cast<unsigned>(stripMCURows * mcusPerRow);
-    std::vector<std::vector<uint8_t>> parts(strips);
-    std::vector<std::string> errors(strips);
-    std::vector<char> done(strips, 0);
-    std::atomic<size_t> next{0};
-    auto work = [&] {
-      for (size_t k; (k = next++) < strips;) {
-        size_t first = k * stripRows;
-        size_t rows = std::min(stripRows, image.height() - first);
-        done[k] = encodeStrip(s, first, rows, interval, k == 0, parts[k], errors[k]);
-      }
-    };
-    std::vector<std::thread> pool;
-    for (unsigned t = 1; t < std::min<size_t>(threads, strips); ++t) pool.emplace_back(work);
-    work();
-    for (std::thread& t : pool) t.join();
-    auto failed = std::find(done.begin(), done.end(), 0);
-    ok = failed == done.end();
-    if (!ok) why = errors[static_cast<size_t>(failed - done.begin())];
-    if (ok && !joinStrips(parts, image.height(), out)) {
-      ok = false;
-      why = "the encoded strips could not be joined";
-    }
+JPEGStripEncoder::~JPEGStripEncoder() = default;
+
+size_t JPEGStripEncoder::stripRows() const { return state_->stripRows; }
+size_t JPEGStripEncoder::stripCount() const { return state_->strips; }
+
+bool JPEGStripEncoder::encodeStrip(size_t k, const CGImage& image, size_t firstRow) {
+  State& st = *state_;
+  if (k >= st.strips) return false;
+  const size_t rows = std::min(st.stripRows, st.height - k * st.stripRows);
+  if (image.width() != st.settings.width || firstRow + rows > image.height()) {
+    st.errors[k] = "a strip's pixels do not match the picture";
+    return false;
   }
-  if (!ok) {
+  st.done[k] = detail::encodeStrip(st.settings, image, firstRow, rows, st.interval, k == 0, st.parts[k], st.errors[k]);
+  return st.done[k];
+}
+
+bool JPEGStripEncoder::finish(std::vector<uint8_t>& out) {
+  State& st = *state_;
+  out.clear();
+  auto failed = std::find(st.done.begin(), st.done.end(), 0);
+  std::string why;
+  if (failed != st.done.end()) {
+    why = st.errors[size_t(failed - st.done.begin())];
+    if (why.empty()) why = "a strip was not encoded";
+  } else if (st.strips == 1) {
+    out = std::move(st.parts[0]);
+  } else if (!detail::joinStrips(st.parts, st.height, out)) {
+    why = "the encoded strips could not be joined";
+  }
+  if (!why.empty()) {
     out.clear();
     BVLog("[ImageIO] Could not encode JPEG: " + why);
+    return false;
   }
-  return ok;
+  return true;
+}
+
+}  // namespace brenvia::imageio
+
+namespace brenvia::imageio::detail {
+
+bool encodeJPEGWithThreads(const CGImage& image, const EncodeOptions& options, unsigned threads,
+                           std::vector<uint8_t>& out) {
+  // Small pictures and single threads make one strip, without restart markers.
+  size_t stripRows = image.height();
+  if (threads > 1 && image.width() * image.height() >= kParallelMinPixels)
+    stripRows = (image.height() + threads * 2 - 1) / (threads * 2);
+  JPEGStripEncoder encoder(image.width(), image.height(), image.format(), image.colorSpace(), options, stripRows);
+  std::atomic<size_t> next{0};
+  auto work = [&] {
+    for (size_t k; (k = next++) < encoder.stripCount();) encoder.encodeStrip(k, image, k * encoder.stripRows());
+  };
+  std::vector<std::thread> pool;
+  for (unsigned t = 1; t < std::min<size_t>(threads, encoder.stripCount()); ++t) pool.emplace_back(work);
+  work();
+  for (std::thread& t : pool) t.join();
+  return encoder.finish(out);
 }
 
 }  // namespace brenvia::imageio::detail

@@ -175,7 +175,15 @@ const uint8_t* rowIfAlready(const CGImage& image, size_t y, RowLayout layout) {
     case RowLayout::RGBA16: same = CGPixelFormat::RGBA16; break;
     default: return nullptr;
   }
-  return image.format() == same ? image.row(y) : nullptr;
+  if (image.format() == same) return image.row(y);
+  // Opaque premultiplied pixels are their straight form.
+  if (layout == RowLayout::RGBA8 && image.format() == CGPixelFormat::RGBA8Premultiplied) {
+    const uint8_t* row = image.row(y);
+    uint8_t alpha = 255;
+    for (size_t i = 0; i < image.width(); ++i) alpha &= row[4 * i + 3];
+    return alpha == 255 ? row : nullptr;
+  }
+  return nullptr;
 }
 
 }  // namespace brenvia::imageio::detail

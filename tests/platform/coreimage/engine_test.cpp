@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <cstring>
 
 namespace brenvia {
 namespace {
@@ -100,6 +101,34 @@ TEST(Tiling, OutputDoesNotDependOnTileSizeOrThreads) {
   EXPECT_EQ(reference, renderWith(moved, rect, 2, 512));
   EXPECT_EQ(reference, renderWith(moved, rect, 2, 37));
   EXPECT_EQ(reference, renderWith(moved, rect, 1, 100));
+}
+
+TEST(Tiling, BandsPutTogetherAreTheWholeFrame) {
+  auto source = noise(300, 211);
+  auto boxed = CIImage::makeRegion(std::make_shared<Box3>(), {source}, source->extent());
+  auto moved = boxed->imageByApplyingTransform(CGAffineTransformMake(0.9, 0.2, -0.1, 1.1, 3.3, -2.7));
+  CGRect rect = CGRectIntegral(moved->extent());
+  CIContextOptions options;
+  options.threads = 2;
+  options.tileSize = 37;
+  auto context = CIContext::contextWithOptions(options);
+  auto whole = context->createCGImage(moved, rect);
+  ASSERT_TRUE(whole);
+  const size_t rowBytes = whole->width() * 4;
+  std::vector<uint8_t> banded(whole->height() * rowBytes);
+  std::atomic<size_t> rows{0};
+  auto gather = [&](size_t k, const CGImage& band) {
+    for (size_t y = 0; y < band.height(); ++y) std::memcpy(&banded[(k * 7 + y) * rowBytes], band.row(y), rowBytes);
+    rows += band.height();
+    return true;
+  };
+  ASSERT_TRUE(context->renderBands(moved, rect, context->outputColorSpace(), 7, gather));
+  EXPECT_EQ(rows.load(), whole->height());
+  for (size_t y = 0; y < whole->height(); ++y)
+    ASSERT_EQ(std::memcmp(&banded[y * rowBytes], whole->row(y), rowBytes), 0) << "row " << y;
+  std::atomic<int> calls{0};
+  EXPECT_FALSE(context->renderBands(moved, rect, nullptr, 7, [&](size_t, const CGImage&) { return ++calls > 3; }));
+  EXPECT_LT(calls.load(), 10);
 }
 
 TEST(Tiling, WholeImageKernelRunsOncePerRender) {

@@ -8,6 +8,8 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
+#include <algorithm>
+#include <atomic>
 #include <unordered_map>
 
 namespace brenvia::ci {
@@ -63,6 +65,12 @@ class Plan {
 
   std::vector<std::unique_ptr<Stage>> stages;
   Stage* root = nullptr;
+  std::vector<CGImageRef> bitmaps;
+
+  // False when a source bitmap's decoder failed after the render began reading it.
+  bool sourcesComplete() const {
+    return std::all_of(bitmaps.begin(), bitmaps.end(), [](const CGImageRef& b) { return b->complete(); });
+  }
 
   TileState newTileState() const { return TileState(&env_, stages.size()); }
 
@@ -75,7 +83,10 @@ class Plan {
     switch (image.kind()) {
       case CIImage::Kind::Empty: stage = makeEmptyStage(); break;
       case CIImage::Kind::Color: stage = makeColorStage(env_.pixel(image.color())); break;
-      case CIImage::Kind::Bitmap: stage = makeSourceStage(image.bitmap(), env_); break;
+      case CIImage::Kind::Bitmap:
+        stage = makeSourceStage(image.bitmap(), env_);
+        bitmaps.push_back(image.bitmap());
+        break;
       case CIImage::Kind::Point: stage = pointStage(image, inputs); break;
       case CIImage::Kind::Warp:
         stage = makeWarpStage(std::static_pointer_cast<const WarpKernel>(image.kernel()));
@@ -135,6 +146,18 @@ void computeWholeImageStages(Plan& plan, const PixelRect& rect, const RenderEnv&
   }
 }
 
+// Renders tile t of the plan into rows whose first one is output row `top` of the rendered rect.
+void renderTile(Plan& plan, TileState& ts, const PixelRect& t, const PixelRect& rect, const OutputWriter& writer,
+                uint8_t* rows, size_t rowBytes, int64_t top, size_t pixelBytes) {
+  computeRois(plan.stages, *plan.root, t, ts, false);
+  prepareStages(plan.stages, *plan.root, ts);
+  forEachSpan(t, ts.span(plan.root->id, 0), [&](Span& s) {
+    plan.root->read(s, ts);
+    uint8_t* line = rows + size_t(rect.maxY() - 1 - s.y - top) * rowBytes;
+    writer.write(s, line + size_t(s.x - rect.x) * pixelBytes);
+  });
+}
+
 }  // namespace
 
 bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& target, const RenderEnv& env,
@@ -152,19 +175,47 @@ bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& 
     computeWholeImageStages(plan, rect, env);
     tbb::enumerable_thread_specific<TileState> states([&] { return plan.newTileState(); });
     tbb::parallel_for(int64_t(0), tilesX * tilesY, [&](int64_t index) {
-      TileState& ts = states.local();
       int64_t tx = index % tilesX, ty = index / tilesX;
       PixelRect t = PixelRect{rect.x + tx * tile, rect.y + ty * tile, tile, tile}.intersect(rect);
-      computeRois(plan.stages, *plan.root, t, ts, false);
-      prepareStages(plan.stages, *plan.root, ts);
-      forEachSpan(t, ts.span(plan.root->id, 0), [&](Span& s) {
-        plan.root->read(s, ts);
-        uint8_t* line = target.data + size_t(rect.maxY() - 1 - s.y) * target.rowBytes;
-        writer.write(s, line + size_t(s.x - rect.x) * pixelBytes);
-      });
+      renderTile(plan, states.local(), t, rect, writer, target.data, target.rowBytes, 0, pixelBytes);
     });
   });
-  return true;
+  return plan.sourcesComplete();
+}
+
+bool renderBands(const CIImageRef& image, const PixelRect& rect, OutputFormat format, const CGColorSpaceRef& colorSpace,
+                 const RenderEnv& env, const RenderSchedule& schedule, int64_t bandRows, const BandConsumer& consume) {
+  if (!image || bandRows <= 0) return false;
+  if (rect.empty()) return true;
+  Plan plan(image, env);
+  const int tile = std::max(16, schedule.tileSize);
+  const size_t pixelBytes = bytesPerPixel(format);
+  const size_t rowBytes = (size_t(rect.w) * pixelBytes + 63) & ~size_t{63};
+  const int64_t bands = (rect.h + bandRows - 1) / bandRows;
+  std::atomic<int64_t> next{0};
+  std::atomic<bool> consumed{true};
+
+  tbb::task_arena arena(schedule.threads > 0 ? schedule.threads : tbb::task_arena::automatic);
+  arena.execute([&] {
+    computeWholeImageStages(plan, rect, env);
+    // Each worker claims bands in order, so bands follow the rows of a source still being decoded.
+    tbb::parallel_for(0, arena.max_concurrency(), [&](int) {
+      TileState ts = plan.newTileState();
+      std::vector<uint8_t> rows(rowBytes * size_t(bandRows));
+      RenderTarget target{rows.data(), rowBytes, format, colorSpace};
+      const OutputWriter writer(target, env);
+      for (int64_t k; consumed && (k = next++) < bands;) {
+        const int64_t top = k * bandRows, height = std::min(bandRows, rect.h - top);
+        const int64_t y = rect.maxY() - top - height;
+        for (int64_t x = rect.x; x < rect.maxX(); x += tile) {
+          PixelRect t = PixelRect{x, y, tile, height}.intersect(rect);
+          renderTile(plan, ts, t, rect, writer, rows.data(), rowBytes, top, pixelBytes);
+        }
+        if (!consume(size_t(k), rows.data(), rowBytes, size_t(height))) consumed = false;
+      }
+    });
+  });
+  return consumed && plan.sourcesComplete();
 }
 
 }  // namespace brenvia::ci

@@ -1,0 +1,86 @@
+// Decoding while the picture is in use, and JPEG files encoded strip by strip.
+
+#include "platform/imageio/imageio_test_support.h"
+
+namespace brenvia::imageio::testing {
+namespace {
+
+using F = CGPixelFormat;
+
+// Large enough to be decoded in the background.
+std::vector<uint8_t> largeJPEG() {
+  return encodeOrDie(*test::noiseBitmap(1280, 960), false, {.quality = 0.9});
+}
+
+TEST(ImageIOBackgroundDecode, GivesTheSamePixelsAsADecodeInPlace) {
+  TempFolder folder;
+  folder.write("large.jpg", largeJPEG());
+  auto inPlace = decodeFile(folder.path("large.jpg"));
+  auto background = decodeFile(folder.path("large.jpg"), {.background = true});
+  ASSERT_TRUE(inPlace && background);
+  // The last row first: the reader waits for the rows it touches.
+  EXPECT_EQ(std::memcmp(background->image->row(959), inPlace->image->row(959), 1280 * 3), 0);
+  EXPECT_TRUE(background->image->complete());
+  EXPECT_EQ(maxDifference(*background->image, *inPlace->image), 0);
+}
+
+TEST(ImageIOBackgroundDecode, DamageFoundLateLeavesAnIncompleteClearedBitmapAndOneLogLine) {
+  TempFolder folder;
+  auto bytes = largeJPEG();
+  bytes.resize(bytes.size() * 2 / 3);
+  folder.write("cut.jpg", bytes);
+  LogCapture log;
+  auto cut = decodeFile(folder.path("cut.jpg"), {.background = true});
+  ASSERT_TRUE(cut);  // the header is whole
+  EXPECT_FALSE(cut->image->complete());
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_EQ(log.lines[0].rfind("[ImageIO] Could not read `" + folder.path("cut.jpg") + "`: JPEG", 0), 0u);
+  const uint8_t* last = cut->image->row(959);
+  EXPECT_TRUE(std::all_of(last, last + 1280 * 3, [](uint8_t v) { return v == 0; }));
+}
+
+TEST(ImageIOBackgroundDecode, DroppingTheImageEarlyStopsTheDecoderQuietly) {
+  TempFolder folder;
+  folder.write("large.jpg", largeJPEG());
+  LogCapture log;
+  for (int i = 0; i < 20; ++i) EXPECT_TRUE(decodeFile(folder.path("large.jpg"), {.background = true}));
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
+  auto picture = gradient(F::RGBA8, 300, 203, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
+  for (double quality : {1.0, 0.8}) {
+    SCOPED_TRACE(quality);
+    JPEGStripEncoder encoder(300, 203, F::RGBA8, picture->colorSpace(), {.quality = quality, .orientation = 6}, 40);
+    ASSERT_GT(encoder.stripCount(), 3u);
+    EXPECT_EQ(encoder.stripRows() % (quality < 1 ? 16 : 8), 0u);
+    for (size_t k = encoder.stripCount(); k-- > 0;) ASSERT_TRUE(encoder.encodeStrip(k, *picture, k * encoder.stripRows()));
+    std::vector<uint8_t> strips;
+    ASSERT_TRUE(encoder.finish(strips));
+    auto decoded = decodeData(strips.data(), strips.size());
+    auto whole = encodeOrDie(*picture, false, {.quality = quality, .orientation = 6});
+    auto reference = decodeData(whole.data(), whole.size());
+    ASSERT_TRUE(decoded && reference);
+    EXPECT_EQ(maxDifference(*decoded->image, *reference->image), 0);
+    EXPECT_EQ(decoded->properties["Orientation"], 6);
+    EXPECT_EQ(decoded->image->colorSpace()->name(), kCGColorSpaceDisplayP3);
+  }
+}
+
+TEST(ImageIOStripEncoder, AMissingOrMismatchedStripFailsWithOneLogLine) {
+  auto picture = gradient(F::RGB8, 64, 64, CGColorSpaceCreateDeviceRGB());
+  JPEGStripEncoder encoder(64, 64, F::RGB8, picture->colorSpace(), {}, 16);
+  auto narrow = gradient(F::RGB8, 32, 64, CGColorSpaceCreateDeviceRGB());
+  EXPECT_FALSE(encoder.encodeStrip(0, *narrow));
+  EXPECT_FALSE(encoder.encodeStrip(encoder.stripCount(), *picture));
+  for (size_t k = 1; k < encoder.stripCount(); ++k) EXPECT_TRUE(encoder.encodeStrip(k, *picture, k * 16));
+  LogCapture log;
+  std::vector<uint8_t> out{1, 2, 3};
+  EXPECT_FALSE(encoder.finish(out));
+  EXPECT_TRUE(out.empty());
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_NE(log.lines[0].find("do not match"), std::string::npos) << log.lines[0];
+}
+
+}  // namespace
+}  // namespace brenvia::imageio::testing
