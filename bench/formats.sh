@@ -25,7 +25,7 @@ png_ms=$(best heif-convert --quiet "$work/photo.heic" "$work/ref.png")
 # Minimum real time of five repetitions of each benchmark, in milliseconds.
 BRENVIA_BENCH_PPM="$work/photo.ppm" BRENVIA_BENCH_HEIC="$work/photo.heic" \
   "$build/bench/formats_bench" --benchmark_repetitions=5 --benchmark_format=csv 2> /dev/null > "$work/ours.csv"
-ours() { grep "^\"$1/repeats:5\"," "$work/ours.csv" | cut -d, -f3 | sort -g | head -1 | cut -d. -f1; }
+ours() { grep "^\"$1\"," "$work/ours.csv" | cut -d, -f3 | sort -g | head -1 | cut -d. -f1; }
 jpeg1=$(ours "BM_EncodeJPEGQuality100/threads:1/real_time")
 jpeg2=$(ours "BM_EncodeJPEGQuality100/threads:2/real_time")
 heif=$(ours "BM_DecodeHEIF/real_time")

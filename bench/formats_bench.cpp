@@ -15,12 +15,20 @@
 namespace brenvia {
 namespace {
 
+// The next number of a PPM header, past white space and "#" comment lines.
+size_t headerNumber(std::istream& in) {
+  while (in >> std::ws && in.peek() == '#') in.ignore(1 << 20, '\n');
+  size_t value = 0;
+  in >> value;
+  return value;
+}
+
 // A binary 8-bit PPM (P6) as an RGB8 bitmap; null when the file is not one.
 CGImageRef readPPM(const char* path) {
   std::ifstream in(path, std::ios::binary);
   std::string magic;
-  size_t w = 0, h = 0, max = 0;
-  in >> magic >> w >> h >> max;
+  in >> magic;
+  size_t w = headerNumber(in), h = headerNumber(in), max = headerNumber(in);
   in.get();
   if (magic != "P6" || max != 255 || !in) return nullptr;
   auto image = CGImage::allocate(w, h, CGPixelFormat::RGB8, CGColorSpaceCreateDeviceRGB());
