@@ -97,6 +97,9 @@ inline OutputColor chooseOutputColor(const CGImage& image) { return chooseOutput
 
 // Whether the format holds more than 8 bits per component (16-bit and float formats).
 bool hasDeepSamples(CGPixelFormat f);
+// Whether some pixel is not fully opaque (false for formats without alpha). Encoders whose alpha
+// costs a separate plane leave it out when nothing shows through.
+bool hasVisibleAlpha(const CGImage& image);
 
 // Pixel layouts the encoders consume; 16-bit components are host-endian.
 enum class RowLayout { Gray8, Gray16, RGB8, RGB16, RGBA8, RGBA16 };

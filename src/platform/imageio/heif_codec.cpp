@@ -265,7 +265,7 @@ bool encodeHEIF(const CGImage& image, const EncodeOptions& options, std::vector<
   heif_encoder_set_lossy_quality(encoder.get(), quality);
   heif_encoder_set_parameter_string(encoder.get(), "chroma", quality == 100 ? "444" : "420");
 
-  HeifImagePtr heifImage = uprightHeifImage(image, options.orientation, CGPixelFormatHasAlpha(image.format()));
+  HeifImagePtr heifImage = uprightHeifImage(image, options.orientation, hasVisibleAlpha(image));
   if (!heifImage) return fail("not enough memory");
   OutputColor color = chooseOutputColor(image);
   if (color.profile && !color.gray)  // the picture is written as RGB: a grey profile cannot describe it

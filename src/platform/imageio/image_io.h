@@ -81,7 +81,8 @@ struct EncodeOptions {
 // or absent. The colour space's ICC profile is embedded (JPEG APP2, PNG iCCP) unless the space is
 // plain sRGB or device grey (PNG then writes an sRGB chunk; JPEG embeds nothing); images without a
 // colour space embed nothing. HEIF, WebP and TIFF embed the profile the same way (HEIF colr, WebP
-// ICCP chunk, TIFF ICC tag); HEIF and WebP are always RGB, 8 bits. Quality is used by JPEG, HEIF
+// ICCP chunk, TIFF ICC tag); HEIF and WebP are always RGB, 8 bits. HEIF, WebP and TIFF leave out
+// an alpha channel that is opaque everywhere. Quality is used by JPEG, HEIF
 // (quality 100 keeps full chroma) and WebP; TIFF is compressed losslessly (deflate). On failure
 // `out` is left empty, one line is logged and false returned.
 bool encodeJPEG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);

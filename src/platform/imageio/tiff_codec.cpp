@@ -249,7 +249,7 @@ bool fail(std::string_view reason) {
 
 RowLayout layoutFor(const CGImage& image, const OutputColor& color, bool deep) {
   if (color.gray) return deep ? RowLayout::Gray16 : RowLayout::Gray8;
-  if (CGPixelFormatHasAlpha(image.format())) return deep ? RowLayout::RGBA16 : RowLayout::RGBA8;
+  if (hasVisibleAlpha(image)) return deep ? RowLayout::RGBA16 : RowLayout::RGBA8;
   return deep ? RowLayout::RGB16 : RowLayout::RGB8;
 }
 

@@ -61,8 +61,10 @@ TEST(MoreFormats, RoundTripsKeepProfileAndOrientation) {
   }
 }
 
+// Alpha survives where something shows through; an opaque alpha channel is left out.
 TEST(MoreFormats, SRGBPicturesCarryNoProfileAndAlphaSurvives) {
   auto source = gradient(F::RGBA8, 32, 20, CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
+  auto opaque = test::solidBitmap(8, 8, {10, 20, 30, 255});
   for (const Codec* codec : {&kHEIF, &kWebP, &kTIFF}) {
     SCOPED_TRACE(codec->name);
     auto bytes = encodeWith(*codec, *source);
@@ -72,6 +74,8 @@ TEST(MoreFormats, SRGBPicturesCarryNoProfileAndAlphaSurvives) {
     ASSERT_EQ(decoded->image->format(), F::RGBA8);
     EXPECT_EQ(decoded->image->colorSpace()->name(), kCGColorSpaceSRGB);
     EXPECT_LE(maxDifference(*source, *decoded->image), codec->tolerance);
+    bytes = encodeWith(*codec, *opaque);
+    EXPECT_EQ(decodeData(bytes.data(), bytes.size())->image->format(), F::RGB8);
   }
 }
 
