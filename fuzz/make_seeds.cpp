@@ -1,7 +1,8 @@
-// Writes seed corpora for the fuzz targets: <folder>/jpeg, png, heif, webp, tiff, property_list and
-// keyed_archive, each a set of small valid files. Layouts our encoders do not produce (progressive
-// and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths, interlacing, lossless
-// WebP, tiled and palette TIFF) are written with libjpeg, libspng, libwebp and libtiff.
+// Writes seed corpora for the fuzz targets: <folder>/jpeg, png, heif, webp, tiff, property_list,
+// keyed_archive, acv, lut_text and recipe, each a set of small valid files. Layouts our encoders do
+// not produce (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths,
+// interlacing, lossless WebP, tiled and palette TIFF) are written with libjpeg, libspng, libwebp
+// and libtiff.
 
 #include "platform/foundation/keyed_archive.h"
 #include "platform/foundation/property_list.h"
@@ -194,7 +195,38 @@ void writeArchiveSeeds() {
   save("keyed_archive", "nested.plist", BVKeyedArchiver::archivedData(outer, BVPropertyListFormat::XML));
 }
 
+// JSON recipes whose values move: random ranges and picks, and sliders through nested key paths.
+void writeRecipeSeeds() {
+  Value moving = Value::array(
+      {{{"type", "adjustment"},
+        {"exposure", 0.1},
+        {"filterFrequency", 0.5},
+        {"random", {{{"keyPath", "exposure"}, {"minimum", -1}, {"maximum", 1}},
+                    {{"keyPath", "hue"}, {"values", {0, 0.5, 1}}}}},
+        {"sliderInput", {{{"keyPath", "saturation"}, {"minimum", 0}, {"maximum", 2}}}}},
+       {{"type", "image"},
+        {"mask", {{"center", {{"x", 0}}}}},
+        {"sliderInput", {{"keyPath", "mask.center.x"}, {"minimum", -0.5}, {"maximum", 0.5}}}}});
+  std::string text = moving.dump();
+  save("recipe", "moving.json", std::vector<uint8_t>(text.begin(), text.end()));
+}
+
 }  // namespace
+
+// An ACV file: version 4, the four curves with a few (y, x) points each, big-endian.
+void writeCurveSeeds() {
+  std::vector<uint8_t> acv = {0, 4, 0, 4};
+  const std::vector<std::vector<int>> curves = {{0, 0, 255, 255}, {10, 0, 140, 100, 250, 255}, {0, 0, 255, 255},
+                                                {30, 0, 200, 128, 255, 240}};
+  for (const auto& points : curves) {
+    acv.insert(acv.end(), {0, uint8_t(points.size() / 2)});
+    for (int v : points) acv.insert(acv.end(), {uint8_t(v >> 8), uint8_t(v)});
+  }
+  save("acv", "curves.acv", acv);
+  std::string cube = "TITLE \"seed\"\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\nLUT_3D_SIZE 2\n";
+  for (int i = 0; i < 8; ++i) cube += std::to_string(i & 1) + " " + std::to_string(i >> 1 & 1) + " 0.5\n";
+  save("lut_text", "seed.cube", std::vector<uint8_t>(cube.begin(), cube.end()));
+}
 
 // The HEVC encoder keeps a few internal blocks until the process ends; they are not ours.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libx265\n"; }
@@ -255,5 +287,7 @@ int main(int argc, char** argv) {
   save("png", "rgb_trns.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR, 8, false, true));
   save("png", "rgba_interlaced.png", libspngFile(SPNG_COLOR_TYPE_TRUECOLOR_ALPHA, 8, true, false));
   writeArchiveSeeds();
+  writeCurveSeeds();
+  writeRecipeSeeds();
   return 0;
 }

@@ -1,6 +1,8 @@
 #include "filter/filter.h"
 
 #include "catalogue/adjustment_filter.h"
+#include "filter/dynamic_parameters.h"
+#include "filter/randomization.h"
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/once.h"
@@ -12,7 +14,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <random>
 
 namespace brenvia {
 namespace {
@@ -47,6 +48,30 @@ Value optionalString(const std::optional<std::string>& s) { return s ? Value(*s)
 std::optional<std::string> stringOrNil(const Value& v) {
   if (v.is_string()) return v.get<std::string>();
   return std::nullopt;
+}
+
+std::shared_ptr<BVInput> inputOf(const std::shared_ptr<BVProcessing>& processor) {
+  return processor ? processor->input() : nullptr;
+}
+
+BVRandomization* randomizationOf(const std::shared_ptr<BVInput>& input) {
+  return input ? input->randomization.get() : nullptr;
+}
+
+// The parameters with each transformation of entries (one dictionary or an array of them) applied
+// in order; entries of another kind are logged and change nothing.
+Value transformedParameters(const Value& parameters, const Value& entries, std::optional<double> position,
+                            BVRandomization* randomization) {
+  if (entries.is_object()) return BVDictionaryTransformedWithDictionary(parameters, entries, position, randomization);
+  if (!entries.is_array()) {
+    BVLog("[BVFilter] Transformations must be a dictionary or an array of dictionaries, not " + entries.dump());
+    return parameters;
+  }
+  Value transformed = parameters;
+  for (const Value& entry : entries) {
+    transformed = BVDictionaryTransformedWithDictionary(transformed, entry, position, randomization);
+  }
+  return transformed;
 }
 
 }  // namespace
@@ -179,8 +204,7 @@ void BVFilter::setParameters(const Value& parameters) {
 }
 
 bool BVFilter::isEnabled() const {
-  std::shared_ptr<BVProcessing> running = processor();
-  std::shared_ptr<BVInput> input = running ? running->input() : nullptr;
+  std::shared_ptr<BVInput> input = inputOf(processor());
   if (!input || !input->disableTags || input->disableTags->empty()) return enabled_;
   const std::vector<std::string>& disabled = *input->disableTags;
   for (const std::string& tag : tags()) {
@@ -203,16 +227,32 @@ CIFilterArray BVFilter::CIFiltersForSize(CGSize) {
 }
 
 bool BVFilter::shouldApply() {
-  if (filterFrequency_ >= 1.0) return true;
-  std::random_device device;
-  std::uniform_real_distribution<double> draw(0.0, 1.0);
-  return draw(device) < filterFrequency_;
+  return BVShouldApplyWithFrequency({}, randomizationOf(inputOf(processor())), filterFrequency_);
 }
 
-void BVFilter::prepareToApply() {}
+// Random values first, then the slider, so that a slider overrides a random value at the same key
+// path. The transformed parameters keep both entries: each pass applies them again. The entries are
+// copied because setParameters replaces the dictionary they live in.
+void BVFilter::prepareToApply() {
+  std::shared_ptr<BVInput> input = inputOf(processor());
+  BVRandomization* randomization = randomizationOf(input);
+  if (const Value* random = BVMember(parameters_, kBVFilterRandomKey)) {
+    setParameters(transformedParameters(parameters_, Value(*random), std::nullopt, randomization));
+  }
+  std::optional<double> position = input ? input->sliderNumber() : std::nullopt;
+  const Value* slider = BVMember(parameters_, kBVFilterSliderKey);
+  if (slider && position) setParameters(transformedParameters(parameters_, Value(*slider), position, randomization));
+}
 
 void BVFilter::applyToCGContext(BVBitmapContext*) {
   throw BVFilterNotSupportedException(kBVFilterCoreGraphicsNotSupportedExceptionReason);
+}
+
+uint32_t BVFilter::randomInt32Uniform(uint32_t upperBound) const {
+  std::shared_ptr<BVProcessing> running = processor();
+  std::shared_ptr<const void> context = running ? running->randomizationContext() : nullptr;
+  return BVRandomInt32Uniform(upperBound, randomizationOf(inputOf(running)),
+                              context ? BVRandomizationContext(context.get()) : BVRandomizationContext());
 }
 
 CGPoint BVFilter::absoluteCenterPointInRect(const CGRect& rect, CGPoint relative) {

@@ -188,6 +188,10 @@ class BVFilter : public BVCoding {
   std::shared_ptr<BVProcessing> processor() const { return processorStorage_.lock(); }
   void setProcessor(const std::shared_ptr<BVProcessing>& processor) { processorStorage_ = processor; }
 
+  // A number below upperBound, drawn on the processor's randomization when it has one, else at class
+  // level, in both cases under the processor's randomization context.
+  uint32_t randomInt32Uniform(uint32_t upperBound) const;
+
   // c + r * c, c being the centre of rect.
   static CGPoint absoluteCenterPointInRect(const CGRect& rect, CGPoint relativeCenterPoint);
 

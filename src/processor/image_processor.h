@@ -49,6 +49,7 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   Value output() const override { return output_; }
   CGRect processingRect() const override { return processingRect_; }
   BVFilterArray filters() const override { return filters_; }
+  std::shared_ptr<const void> randomizationContext() const override { return randomizationContext_; }
 
   void setFilters(BVFilterArray filters) { filters_ = std::move(filters); }
   const BVImageProcessorOptions& options() const { return options_; }
@@ -60,7 +61,6 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   void replaceOriginalImage(std::shared_ptr<BVImage> image) { originalImage_ = std::move(image); }
   void setOutput(Value output) { output_ = std::move(output); }
   void setProcessingRect(const CGRect& rect) { processingRect_ = rect; }
-  const std::shared_ptr<const void>& randomizationContext() const { return randomizationContext_; }
   const CGColorSpaceRef& colorSpace() const { return colorSpace_; }
   const CIImageRef& disparityImage() const { return disparityImage_; }
   const CIImageRef& portraitMatteImage() const { return portraitMatteImage_; }

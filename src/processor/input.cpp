@@ -12,6 +12,12 @@ std::shared_ptr<BVInput> BVInput::initWithSlider(double value) {
   return input;
 }
 
+std::shared_ptr<BVInput> BVInput::initWithRandomization(std::shared_ptr<BVRandomization> randomization) {
+  auto input = std::make_shared<BVInput>();
+  input->randomization = std::move(randomization);
+  return input;
+}
+
 void BVInput::setBlurSliderNumber(std::optional<double> number) {
   if (number) blurSlider = double(float(*number));
 }

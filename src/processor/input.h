@@ -37,11 +37,14 @@ using BVInputValue = std::variant<double, std::string, BVDate>;
 
 using BVFilterTag = std::string;
 
+class BVRandomization;
+
 // The user inputs of one processing run.
 class BVInput {
  public:
   BVInput() = default;
   static std::shared_ptr<BVInput> initWithSlider(double slider);
+  static std::shared_ptr<BVInput> initWithRandomization(std::shared_ptr<BVRandomization> randomization);
 
   // `slider` as a number; nothing when there is none.
   std::optional<double> sliderNumber() const { return slider; }
@@ -55,7 +58,7 @@ class BVInput {
   // other values are logged and left out.
   void setOtherInputFromDictionary(const Value& dictionary);
 
-  // A new input with all fields of this one.
+  // A new input with all fields of this one; the randomization is shared, not copied.
   std::shared_ptr<BVInput> copy() const { return std::make_shared<BVInput>(*this); }
 
   std::optional<double> slider;
@@ -64,6 +67,8 @@ class BVInput {
   double blurSliderMaxMultiplier = 1.75;
   std::optional<std::map<BVFilterTag, double>> alphaSliders;
   std::optional<std::vector<BVFilterTag>> disableTags;
+  // Stored draws that the run must repeat (and that new draws are added to).
+  std::shared_ptr<BVRandomization> randomization;
   std::optional<std::map<BVInputKey, BVInputValue, std::less<>>> otherInput;
 };
 

@@ -25,6 +25,8 @@ class BVProcessing {
   // The part of the canvas being processed.
   virtual CGRect processingRect() const = 0;
   virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
+  // The object under which the run's random numbers are drawn, or null.
+  virtual std::shared_ptr<const void> randomizationContext() const { return nullptr; }
 };
 
 }  // namespace brenvia

@@ -12,11 +12,17 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 namespace brenvia {
 namespace {
 
 namespace fs = std::filesystem;
+
+std::string bytesOf(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
 
 class RenderCommand : public ::testing::Test {
  protected:
@@ -198,6 +204,56 @@ TEST_F(RenderCommand, InfoReadsHeifWithItsDepthMap) {
   EXPECT_EQ(result.out, "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: kCGColorSpaceSRGB\ndepth: yes\nmatte: no\n");
   std::ofstream(file("broken.webp")) << "RIFF\x10\0\0\0WEBPVP8 garbage";
   EXPECT_EQ(test::runCli("info " + file("broken.webp")).status, 1);
+}
+
+TEST_F(RenderCommand, StoredDrawsRepeatPerPicture) {
+  std::string recipe = write("random.json", R"([{"type": "adjustment",
+      "random": [{"keyPath": "exposure", "minimum": -1, "maximum": 1},
+                 {"keyPath": "saturation", "minimum": 0, "maximum": 1.5}]}])");
+  std::string pictures = picture("a.png") + " " + picture("b.png");
+  fs::create_directories(file("first"));
+  fs::create_directories(file("second"));
+  std::string draws = file("draws.plist");
+  auto result = test::runCli("render " + recipe + " " + pictures + " -o " + file("first") + " --randomization " + draws);
+  ASSERT_EQ(result.status, 0) << result.out;
+  result = test::runCli("render " + recipe + " " + pictures + " -o " + file("second") + " --randomization " + draws);
+  ASSERT_EQ(result.status, 0) << result.out;
+  for (std::string name : {"a.png", "b.png"}) {
+    EXPECT_EQ(bytesOf(file("first/" + name)), bytesOf(file("second/" + name))) << name;
+  }
+
+  // Each picture has its own draws in the file, under its name.
+  std::string stored = bytesOf(draws);
+  auto dictionary = BVPropertyListRead(reinterpret_cast<const uint8_t*>(stored.data()), stored.size());
+  ASSERT_TRUE(dictionary);
+  EXPECT_TRUE(dictionary->contains("a.png") && dictionary->contains("b.png") && dictionary->size() == 2);
+}
+
+TEST_F(RenderCommand, MalformedDrawFilesAreRefused) {
+  std::string recipe = write("id.json", "[]"), input = picture("in.png");
+  auto bytes = BVPropertyListWrite(Value({{"in.png", "not data"}}));
+  std::ofstream(file("wrong.plist"), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
+  for (std::string draws : {write("garbage.plist", "garbage"), file("wrong.plist")}) {
+    auto result = test::runCli("render " + recipe + " " + input + " -o " + file("out.png") + " --randomization " + draws);
+    EXPECT_EQ(result.status, 1) << draws;
+    EXPECT_NE(result.out.find(draws), std::string::npos) << result.out;
+    EXPECT_FALSE(fs::exists(file("out.png")));
+  }
+}
+
+TEST_F(RenderCommand, SliderMovesTheRecipeAndBadValuesAreRefused) {
+  std::string recipe = write("slider.json", R"([{"type": "adjustment", "exposure": 0,
+      "sliderInput": {"keyPath": "exposure", "minimum": -1, "maximum": 1}}])");
+  std::string input = picture("in.png");
+  for (std::string slider : {"0", "1"}) {
+    auto result = test::runCli("render " + recipe + " " + input + " -o " + file(slider + ".png") + " --slider " + slider +
+                               " --alpha-slider texture=0.5");
+    ASSERT_EQ(result.status, 0) << result.out;
+  }
+  EXPECT_NE(bytesOf(file("0.png")), bytesOf(file("1.png")));
+  for (std::string option : {"--slider 1.5", "--alpha-slider texture", "--alpha-slider texture=2"}) {
+    EXPECT_NE(test::runCli("render " + recipe + " " + input + " -o " + file("bad.png") + " " + option).status, 0) << option;
+  }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@ namespace brenvia::cli {
 void addOpsCommand(CLI::App& app);
 void addRenderCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
+void addCurveCommand(CLI::App& app);
 
 int exitStatus();
 void setExitStatus(int status);

@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   brenvia::cli::addRenderCommand(app);
   brenvia::cli::addInfoCommand(app);
+  brenvia::cli::addCurveCommand(app);
   brenvia::cli::addOpsCommand(app);
   try {
     app.parse(argc, argv);

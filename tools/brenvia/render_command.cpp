@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "randomization_file.h"
 #include "recipe_file.h"
 
 #include "filter/filter.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
@@ -31,6 +33,9 @@ struct RenderSettings {
   std::vector<std::string> disableTags;
   int maxSize = 0;
   int threads = 0;
+  std::optional<double> slider;
+  std::vector<std::string> alphaSliders;  // TAG=X
+  std::string randomizationPath;
 };
 
 enum class Format { JPEG, PNG, HEIF, WebP, TIFF };
@@ -85,9 +90,36 @@ std::shared_ptr<BVImage> loadPicture(const std::string& path, int maxSize, CGIma
   return picture;
 }
 
+// The tag and opacity of an --alpha-slider value "TAG=X", X from 0 to 1; nothing for other text.
+std::optional<std::pair<std::string, double>> alphaSliderOf(const std::string& text) {
+  size_t equals = text.rfind('=');
+  if (equals == std::string::npos || equals == 0) return std::nullopt;
+  const char* number = text.c_str() + equals + 1;
+  char* end = nullptr;
+  double alpha = std::strtod(number, &end);
+  if (end == number || *end != '\0' || !(alpha >= 0.0 && alpha <= 1.0)) return std::nullopt;
+  return std::pair(text.substr(0, equals), alpha);
+}
+
+// The user inputs of one picture's run.
+std::shared_ptr<BVInput> inputsFor(const RenderSettings& s, std::shared_ptr<BVRandomization> randomization) {
+  auto inputs = std::make_shared<BVInput>();
+  if (!s.disableTags.empty()) inputs->disableTags = s.disableTags;
+  inputs->slider = s.slider;
+  if (!s.alphaSliders.empty()) {
+    inputs->alphaSliders.emplace();
+    for (const auto& text : s.alphaSliders) {
+      auto [tag, alpha] = *alphaSliderOf(text);  // checked when the options were read
+      (*inputs->alphaSliders)[tag] = alpha;
+    }
+  }
+  inputs->randomization = std::move(randomization);
+  return inputs;
+}
+
 // Renders one input to one output file; false (with one line on stderr) on failure.
 bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
-               int threads) {
+               int threads, std::shared_ptr<BVRandomization> randomization) {
   CGImageRef pixels;
   auto picture = loadPicture(input, s.maxSize, pixels);
   if (!picture) {
@@ -103,10 +135,8 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
     }
     return false;
   };
-  auto inputs = std::make_shared<BVInput>();
-  if (!s.disableTags.empty()) inputs->disableTags = s.disableTags;
   BVImageProcessorOptions options;
-  options.input = inputs;
+  options.input = inputsFor(s, std::move(randomization));
   // The processor hands back the filtered image unrendered, so that it is rendered straight into
   // the output file.
   options.returnCIImage = true;
@@ -171,6 +201,13 @@ int run(const RenderSettings& s) {
     fail(s.recipePath, error);
     return 1;
   }
+  std::optional<RandomizationFile> stored;
+  if (!s.randomizationPath.empty() && !(stored = RandomizationFile::open(s.randomizationPath, error))) {
+    fail(s.randomizationPath, error);
+    return 1;
+  }
+  std::vector<std::shared_ptr<BVRandomization>> randomizations;
+  for (const auto& input : s.inputs) randomizations.push_back(stored ? stored->forInput(input) : nullptr);
   const std::vector<fs::path> outputs = outputPaths(s);
   const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
   const unsigned threads = s.threads > 0 ? unsigned(s.threads) : cores;
@@ -182,7 +219,7 @@ int run(const RenderSettings& s) {
   std::atomic<bool> failed{false};
   auto work = [&] {
     for (size_t i = next++; i < s.inputs.size(); i = next++) {
-      if (!renderOne(s, *recipe, s.inputs[i], outputs[i], threadsPerRender)) failed = true;
+      if (!renderOne(s, *recipe, s.inputs[i], outputs[i], threadsPerRender, randomizations[i])) failed = true;
       size_t finished = ++done;
       if (progress) {
         std::lock_guard lock(outputMutex);
@@ -195,6 +232,10 @@ int run(const RenderSettings& s) {
   work();
   for (auto& t : pool) t.join();
   if (progress) std::cerr << '\n';
+  if (stored && !stored->saveIfChanged(error)) {
+    fail(s.randomizationPath, error);
+    return 1;
+  }
   return failed ? 1 : 0;
 }
 
@@ -215,6 +256,14 @@ void addRenderCommand(CLI::App& app) {
   cmd->add_option("--max-size", settings->maxSize, "Scale so that the longer side is at most N pixels")
       ->check(CLI::PositiveNumber);
   cmd->add_option("--threads", settings->threads, "Threads to use (default: every core)")->check(CLI::PositiveNumber);
+  cmd->add_option("--slider", settings->slider, "Position of the recipe's slider, 0 to 1")->check(CLI::Range(0.0, 1.0));
+  cmd->add_option("--alpha-slider", settings->alphaSliders,
+                  "Opacity of the filters with a tag, as TAG=X with X from 0 to 1 (repeatable)")
+      ->check(CLI::Validator(
+          [](std::string& text) { return alphaSliderOf(text) ? std::string() : "expected TAG=X with X from 0 to 1"; },
+          "TAG=X"));
+  cmd->add_option("--randomization", settings->randomizationPath,
+                  "File of stored random draws: repeated when it exists, recorded into it otherwise");
   cmd->callback([settings] { setExitStatus(run(*settings)); });
 }
 

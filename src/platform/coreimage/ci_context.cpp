@@ -44,6 +44,8 @@ std::shared_ptr<CIContext> CIContext::contextWithOptions(const CIContextOptions&
   return std::shared_ptr<CIContext>(new CIContext(options));
 }
 
+ci::RenderEnv CIContext::env() const { return {working_, options_.tetrahedralColorCubes}; }
+
 CGSize CIContext::inputImageMaximumSize() const {
   if (options_.useSoftwareRenderer) {
     double m = std::numeric_limits<double>::max();
@@ -58,7 +60,7 @@ bool CIContext::render(const CIImageRef& image, void* bitmap, size_t rowBytes, c
   ci::PixelRect rect;
   if (!bitmap || !pixelGrid(image, bounds, moved, rect)) return false;
   ci::RenderTarget target{static_cast<uint8_t*>(bitmap), rowBytes, outputFormat(format), colorSpace};
-  return ci::render(moved, rect, target, ci::RenderEnv{working_}, {options_.threads, options_.tileSize});
+  return ci::render(moved, rect, target, env(), {options_.threads, options_.tileSize});
 }
 
 CGImageRef CIContext::createCGImage(const CIImageRef& image, const CGRect& fromRect) const {
@@ -77,7 +79,7 @@ CGImageRef CIContext::createCGImage(const CIImageRef& image, const CGRect& fromR
   auto bitmap = CGImage::allocate(size_t(rect.w), size_t(rect.h), layout, colorSpace);
   if (!bitmap) return nullptr;
   ci::RenderTarget target{bitmap->mutableData(), bitmap->bytesPerRow(), outputFormat(format), colorSpace};
-  if (!ci::render(moved, rect, target, ci::RenderEnv{working_}, {options_.threads, options_.tileSize})) return nullptr;
+  if (!ci::render(moved, rect, target, env(), {options_.threads, options_.tileSize})) return nullptr;
   return bitmap;
 }
 
@@ -91,7 +93,7 @@ bool CIContext::renderBands(const CIImageRef& image, const CGRect& bounds, const
     auto band = CGImage::create(size_t(rect.w), rows, rowBytes, CGPixelFormat::RGBA8Premultiplied, colorSpace, unowned);
     return band && consume(k, *band);
   };
-  return ci::renderBands(moved, rect, ci::OutputFormat::RGBA8, colorSpace, ci::RenderEnv{working_},
+  return ci::renderBands(moved, rect, ci::OutputFormat::RGBA8, colorSpace, env(),
                          {options_.threads, options_.tileSize}, int64_t(bandRows), handOver);
 }
 

@@ -10,6 +10,9 @@
 #include <vector>
 
 namespace brenvia {
+namespace ci {
+struct RenderEnv;
+}
 
 // Pixel layouts of render targets; all premultiplied.
 enum class CIFormat { RGBA8, ARGB8, BGRA8, RGBAh, RGBAf };
@@ -29,6 +32,8 @@ struct CIContextOptions {
   bool useSoftwareRenderer = false;
   int threads = 0;  // 0: every core
   int tileSize = 512;
+  // Colour cube operations interpolate tetrahedrally instead of trilinearly.
+  bool tetrahedralColorCubes = false;
 };
 
 struct CIJPEGOptions {
@@ -76,6 +81,7 @@ class CIContext {
 
  private:
   explicit CIContext(const CIContextOptions& options);
+  ci::RenderEnv env() const;
 
   CIContextOptions options_;
   CGColorSpaceRef working_, output_;

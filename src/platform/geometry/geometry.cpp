@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 
 namespace brenvia {
 namespace {
@@ -166,10 +167,26 @@ CGRect CGRectApplyAffineTransform(const CGRect& r, const CGAffineTransform& t) {
   return CGRectMake(x0, y0, x1 - x0, y1 - y0);
 }
 
-std::string NSStringFromCGPoint(CGPoint p) { return "{" + shortest(p.x) + ", " + shortest(p.y) + "}"; }
-std::string NSStringFromCGSize(CGSize s) { return "{" + shortest(s.width) + ", " + shortest(s.height) + "}"; }
-std::string NSStringFromCGRect(const CGRect& r) {
-  return "{" + NSStringFromCGPoint(r.origin) + ", " + NSStringFromCGSize(r.size) + "}";
+namespace {
+
+// "{a, b}"
+std::string pair(const std::string& a, const std::string& b) {
+  std::string text = "{";
+  text.append(a).append(", ").append(b).append("}");
+  return text;
+}
+
+}  // namespace
+
+std::string NSStringFromCGPoint(CGPoint p) { return pair(shortest(p.x), shortest(p.y)); }
+std::string NSStringFromCGSize(CGSize s) { return pair(shortest(s.width), shortest(s.height)); }
+std::string NSStringFromCGRect(const CGRect& r) { return pair(NSStringFromCGPoint(r.origin), NSStringFromCGSize(r.size)); }
+
+CGPoint CGPointFromString(std::string_view text) {
+  std::string copy(text);
+  CGPoint p;
+  if (std::sscanf(copy.c_str(), " { %lf , %lf }", &p.x, &p.y) != 2) return {};
+  return p;
 }
 
 }  // namespace brenvia

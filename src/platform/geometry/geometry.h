@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <string_view>
 
 namespace brenvia {
 
@@ -88,6 +89,8 @@ CGRect CGRectApplyAffineTransform(const CGRect& r, const CGAffineTransform& t);
 
 // "{x, y}", "{w, h}", "{{x, y}, {w, h}}" with numbers in shortest round-trip form.
 std::string NSStringFromCGPoint(CGPoint p);
+// The point of a "{x, y}" string; (0, 0) when the text is not one.
+CGPoint CGPointFromString(std::string_view text);
 std::string NSStringFromCGSize(CGSize s);
 std::string NSStringFromCGRect(const CGRect& r);
 

@@ -14,6 +14,9 @@ namespace brenvia::ci {
 struct RenderEnv {
   // Null: no colour management; values are used exactly as stored.
   CGColorSpaceRef workingSpace;
+  // Colour cubes interpolate within the tetrahedron around a colour instead of the whole cell, so
+  // neutral greys read only the cube's grey axis.
+  bool tetrahedralCubes = false;
 
   bool managed() const { return workingSpace != nullptr; }
   bool workingIsLinear() const { return !workingSpace || workingSpace->transfer() == CGColorSpace::Transfer::Linear; }

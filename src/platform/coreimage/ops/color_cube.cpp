@@ -1,4 +1,5 @@
 #include "platform/coreimage/engine/color_conversion.h"
+#include "platform/coreimage/engine/vector_clones.h"
 #include "platform/coreimage/ops/op_support.h"
 #include "platform/foundation/log.h"
 
@@ -46,10 +47,11 @@ void unpremultiply(Span& s) {
   }
 }
 
-// Trilinear lookup of unpremultiplied colour in an n³ table of premultiplied cells (red index
-// fastest), the result scaled by the pixel's alpha. Without extrapolation the colour is clamped
-// to [0, 1]; with it the edge cells' gradients continue outside. With a colour space the colour
-// is converted into it for the lookup and the result converted back.
+// Trilinear (or, when the render asks, tetrahedral) lookup of unpremultiplied colour in an n³
+// table of premultiplied cells (red index fastest), the result scaled by the pixel's alpha.
+// Without extrapolation the colour is clamped to [0, 1]; with it the edge cells' gradients
+// continue outside. With a colour space the colour is converted into it for the lookup and the
+// result converted back.
 class ColorCubeKernel final : public PointKernel {
  public:
   ColorCubeKernel(std::string name, int n, std::vector<Cell> cells, bool extrapolate, CGColorSpaceRef space)
@@ -60,14 +62,14 @@ class ColorCubeKernel final : public PointKernel {
     alignas(64) float k[kSpan] = {};
     if (!space_ || !env.managed()) {
       for (int i = 0; i < s.n; ++i) k[i] = unpremultiplyFactor(s.a[i]);
-      lookup(s, k);
+      lookup(s, k, env.tetrahedralCubes);
       return;
     }
     const PlaneConversion into(env.workingSpace.get(), space_.get()), back(space_.get(), env.workingSpace.get());
     unpremultiply(s);
     if (!into.isIdentity()) into.apply(s.r, s.g, s.b, s.n);
     std::fill_n(k, s.n, 1.0f);
-    lookup(s, k);
+    lookup(s, k, env.tetrahedralCubes);
     if (!back.isIdentity()) {
       unpremultiply(s);
       back.apply(s.r, s.g, s.b, s.n);
@@ -99,7 +101,7 @@ class ColorCubeKernel final : public PointKernel {
 
   // Replaces the colour by the table's value for in·k, scaled by alpha. Built for AVX2 as well,
   // picked at load time: three-operand forms and broadcasts make the lookup about a third faster.
-  __attribute__((target_clones("avx2", "default"))) void lookup(Span& s, const float* k) const {
+  BV_AVX2_CLONES void lookup(Span& s, const float* k, bool tetrahedral) const {
     alignas(64) float fr[kSpan], fg[kSpan], fb[kSpan];
     alignas(64) int32_t cell[kSpan] = {};
     const int32_t dg = n_, db = n_ * n_;
@@ -110,17 +112,37 @@ class ColorCubeKernel final : public PointKernel {
     const Cell* cells = cells_.data();
     for (int i = 0; i < s.n; ++i) {
       const Cell* p = cells + cell[i];
-      const Cell wr = {fr[i], fr[i], fr[i], fr[i]}, wg = {fg[i], fg[i], fg[i], fg[i]},
-                 wb = {fb[i], fb[i], fb[i], fb[i]};
-      const Cell c00 = p[0] + (p[1] - p[0]) * wr;
-      const Cell c10 = p[dg] + (p[dg + 1] - p[dg]) * wr;
-      const Cell c01 = p[db] + (p[db + 1] - p[db]) * wr;
-      const Cell c11 = p[db + dg] + (p[db + dg + 1] - p[db + dg]) * wr;
-      const Cell c0 = c00 + (c10 - c00) * wg, c1 = c01 + (c11 - c01) * wg;
       const float a = s.a[i];
-      const Cell t = (c0 + (c1 - c0) * wb) * Cell{a, a, a, a};
+      const Cell t = (tetrahedral ? tetrahedron(p, fr[i], fg[i], fb[i], dg, db) : trilinear(p, fr[i], fg[i], fb[i], dg, db)) *
+                     Cell{a, a, a, a};
       s.r[i] = t[0], s.g[i] = t[1], s.b[i] = t[2], s.a[i] = t[3];
     }
+  }
+
+  static Cell splat(float v) { return Cell{v, v, v, v}; }
+
+  static Cell trilinear(const Cell* p, float r, float g, float b, int32_t dg, int32_t db) {
+    const Cell wr = splat(r), wg = splat(g), wb = splat(b);
+    const Cell c00 = p[0] + (p[1] - p[0]) * wr;
+    const Cell c10 = p[dg] + (p[dg + 1] - p[dg]) * wr;
+    const Cell c01 = p[db] + (p[db + 1] - p[db]) * wr;
+    const Cell c11 = p[db + dg] + (p[db + dg + 1] - p[db + dg]) * wr;
+    const Cell c0 = c00 + (c10 - c00) * wg, c1 = c01 + (c11 - c01) * wg;
+    return c0 + (c1 - c0) * wb;
+  }
+
+  // The cell splits into six tetrahedra along its grey diagonal; the colour is a weighted sum of
+  // the four corners of the one that holds it, heaviest first.
+  static Cell tetrahedron(const Cell* p, float r, float g, float b, int32_t dg, int32_t db) {
+    const Cell c000 = p[0], c111 = p[1 + dg + db];
+    if (r > g) {
+      if (g > b) return splat(1 - r) * c000 + splat(r - g) * p[1] + splat(g - b) * p[1 + dg] + splat(b) * c111;
+      if (r > b) return splat(1 - r) * c000 + splat(r - b) * p[1] + splat(b - g) * p[1 + db] + splat(g) * c111;
+      return splat(1 - b) * c000 + splat(b - r) * p[db] + splat(r - g) * p[1 + db] + splat(g) * c111;
+    }
+    if (b > g) return splat(1 - b) * c000 + splat(b - g) * p[db] + splat(g - r) * p[dg + db] + splat(r) * c111;
+    if (b > r) return splat(1 - g) * c000 + splat(g - b) * p[dg] + splat(b - r) * p[dg + db] + splat(r) * c111;
+    return splat(1 - g) * c000 + splat(g - r) * p[dg] + splat(r - b) * p[1 + dg] + splat(b) * c111;
   }
 
   std::string name_;

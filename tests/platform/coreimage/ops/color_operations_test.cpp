@@ -384,6 +384,40 @@ TEST(ColorOperations, ColorCubeInterpolatesCellsAndScalesByAlpha) {
   expectPixels(out, {{1, 0, 0, 1}, {2, 0, 0, 1}, {4, 0, 0, 1}}, 1e-6, "cell order");
 }
 
+TEST(ColorOperations, TetrahedralCubesKeepGreysOnTheGreyAxis) {
+  // Tetrahedral weights of the cell corners (in cells, red index fastest) for a colour in cell 0.
+  CubeFunction f = [](double r, double g, double b) {
+    return std::array<float, 4>{float(r * r), float(g * b), float(0.5 * r + b * b), 1};
+  };
+  CIContextOptions options = test::unmanaged();
+  options.tetrahedralColorCubes = true;
+  const std::vector<Pixel> colours = {{0.3, 0.3, 0.3, 1}, {0.9, 0.4, 0.1, 1}, {0.1, 0.7, 0.35, 0.5}, {0.2, 0.2, 0.9, 1}};
+  auto out = renderRow(rowImage(colours)->imageByApplyingFilter("CIColorCube", {{"inputCubeData", cubeData(2, f)}}),
+                       colours.size(), options);
+  for (size_t i = 0; i < colours.size(); ++i) {
+    Pixel s = unpremultiplied(colours[i]);
+    std::array<std::pair<double, int>, 3> order = {{{s[0], 0}, {s[1], 1}, {s[2], 2}}};
+    std::sort(order.begin(), order.end(), std::greater<>());
+    // From black along the largest component, then the next, to white.
+    std::array<double, 3> corner{0, 0, 0};
+    std::array<double, 4> want{};
+    double previous = 1;
+    auto add = [&](double w) {
+      auto v = f(corner[0], corner[1], corner[2]);
+      for (size_t k = 0; k < 4; ++k) want[k] += w * v[k];
+    };
+    for (auto [value, channel] : order) {
+      add(previous - value);
+      corner[size_t(channel)] = 1;
+      previous = value;
+    }
+    add(previous);
+    for (size_t c = 0; c < 4; ++c) EXPECT_NEAR(out[i][c], want[c] * s[3], 1e-6) << "colour " << i << " channel " << c;
+  }
+  // A grey reads only the black and white corners.
+  EXPECT_NEAR(out[0][1], 0.3 * f(1, 1, 1)[1], 1e-6);
+}
+
 TEST(ColorOperations, ColorCubeRefusesMismatchedData) {
   for (auto [dimension, data, line] :
        {std::tuple{4, identityCube(3), "[CIColorCube] Cube data of 432 bytes does not match dimension 4."},
