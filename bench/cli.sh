@@ -9,21 +9,9 @@ scripts/build -DBRENVIA_BENCH=ON > /dev/null
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# The example photo enlarged to 4032 x 3024 stands in for a 12 MP camera picture.
-vips thumbnail examples/photos/ladybird.jpg "$work/photo.jpg[Q=95]" 4032 --height 3024 --size force
+source bench/timing.sh
+make_photo "$work/photo.jpg"
 recipe=bench/recipes/adjust.json
-
-best() {  # fastest of five runs of a command, in milliseconds
-  local best=999999
-  for _ in 1 2 3 4 5; do
-    local start end
-    start=$(date +%s%N)
-    "$@" > /dev/null
-    end=$(date +%s%N)
-    best=$(( (end - start) / 1000000 < best ? (end - start) / 1000000 : best ))
-  done
-  echo "$best"
-}
 
 floor=$(best sh -c "djpeg '$work/photo.jpg' | cjpeg -quality 100 -sample 1x1 > '$work/floor.jpg'")
 ours=$(best "$build/brenvia" render "$recipe" "$work/photo.jpg" -o "$work/ours.jpg" --quality 100)

@@ -1,6 +1,6 @@
 #pragma once
 
-// The checks both decoder fuzz targets make on every input.
+// The checks the decoder fuzz targets make on every input.
 
 #include "platform/foundation/log.h"
 #include "platform/imageio/image_io.h"
@@ -39,6 +39,18 @@ inline void decodeAndCheck(const uint8_t* data, size_t size, bool png) {
     encode.orientation = orientation;
     check(png ? encodePNG(image, encode, bytes) : encodeJPEG(image, encode, bytes));
     check(decodeData(bytes.data(), bytes.size()).has_value());
+  }
+}
+
+// Auxiliary maps (HEIF): when present, untagged grey no larger than the pixel limit.
+inline void decodeAuxiliaryAndCheck(const uint8_t* data, size_t size) {
+  for (AuxiliaryImage which : {AuxiliaryImage::Disparity, AuxiliaryImage::PortraitMatte}) {
+    DecodeOptions options;
+    options.auxiliary = which;
+    auto map = decodeData(data, size, options);
+    if (!map) continue;
+    check(map->image != nullptr && map->image->colorSpace() == nullptr);
+    check(map->image->format() == CGPixelFormat::Gray8 || map->image->format() == CGPixelFormat::Gray16);
   }
 }
 

@@ -10,6 +10,8 @@
 #include <cmath>
 #include <filesystem>
 #include <system_error>
+#include <tuple>
+#include <utility>
 
 namespace brenvia {
 
@@ -75,6 +77,15 @@ std::string storageAPIOption(const Value& options) {
   return storage ? BVString(*storage).value_or("") : "";
 }
 
+// The disparity map and portrait matte stored beside the picture, as decoded, unless the options
+// skip them.
+template <typename Load>
+std::pair<CIImageRef, CIImageRef> auxiliaryImages(const Value& options, Load load) {
+  const Value* ignore = BVMember(options, kBVImageInitializationOptionIgnoreDepthDataKey);
+  if (ignore && BVBool(*ignore).value_or(false)) return {};
+  return {load(CIImage::Auxiliary::Disparity), load(CIImage::Auxiliary::PortraitMatte)};
+}
+
 }  // namespace
 
 std::shared_ptr<BVImage> BVImage::initWithCGImage(CGImageRef image) {
@@ -116,6 +127,10 @@ std::shared_ptr<BVImage> BVImage::initWithContentsOfFile(const std::string& path
     return result;
   }
   result->_ciImage = ::brenvia::CIImage::imageWithContentsOfFile(path);
+  if (result->_ciImage) {
+    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) = auxiliaryImages(
+        options, [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithContentsOfFile(path, which); });
+  }
   result->_setOrientationWithOptions(options);
   return result;
 }
@@ -138,6 +153,10 @@ std::shared_ptr<BVImage> BVImage::initWithData(const std::vector<uint8_t>& data,
   }
   auto result = std::make_shared<BVImage>();
   result->_ciImage = ::brenvia::CIImage::imageWithData(data);
+  if (result->_ciImage) {
+    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) = auxiliaryImages(
+        options, [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithData(data, which); });
+  }
   result->_setOrientationWithOptions(options);
   return result;
 }

@@ -3,11 +3,13 @@
 
 #include "image/image.h"
 #include "platform/foundation/property_list.h"
-#include "platform/imageio/image_io.h"
+#include "platform/imageio/heif_test_support.h"
+#include "platform/imageio/imageio_test_support.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -165,6 +167,60 @@ TEST_F(RenderCommand, InfoDescribesThePicture) {
   EXPECT_EQ(result.out,
             "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: kCGColorSpaceSRGB\ndepth: no\nmatte: no\n");
   EXPECT_EQ(test::runCli("info " + file("missing.png")).status, 1);
+}
+
+// Every output format: a sideways Display P3 picture comes out upright (orientation baked in, no
+// tag left) and still P3 (the profile carried, the pixels unchanged).
+TEST_F(RenderCommand, EveryOutputFormatKeepsProfileAndBakesOrientation) {
+  auto bitmap = test::makeBitmap(40, 30, [](size_t x, size_t y) {
+    return x < 8 && y < 8 ? std::array<uint8_t, 4>{230, 20, 20, 255} : std::array<uint8_t, 4>{20, 20, 230, 255};
+  });
+  auto p3 = CGImage::allocate(40, 30, CGPixelFormat::RGBA8, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
+  std::memcpy(p3->mutableData(), bitmap->data(), bitmap->bytesPerRow() * 30);
+  std::vector<uint8_t> bytes;
+  imageio::encodeJPEG(*p3, {1.0, 6, false}, bytes);
+  imageio::writeFileAtomically(file("sideways.jpg"), bytes);
+  write("id.json", "[]");
+  for (std::string name : {"out.heic", "out.webp", "out.tif", "out.png", "out.jpg"}) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(test::runCli("render " + file("id.json") + " " + file("sideways.jpg") + " -o " + file(name)).status, 0);
+    auto decoded = imageio::decodeFile(file(name));
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->properties["Orientation"], 1);
+    EXPECT_EQ(decoded->image->colorSpace()->name(), kCGColorSpaceDisplayP3);
+    auto upright = decoded->image;
+    ASSERT_EQ(upright->width(), 30u);
+    EXPECT_GT(imageio::testing::sample(*upright, 27, 2, 0), 180);  // the stored top-left corner is now the top right
+    EXPECT_LT(imageio::testing::sample(*upright, 2, 2, 0), 60);
+  }
+}
+
+TEST_F(RenderCommand, SixteenBitPicturesStaySixteenBitInPngAndTiff) {
+  auto deep = CGImage::allocate(64, 4, CGPixelFormat::RGB16, CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
+  for (size_t x = 0; x < 64; ++x)
+    for (size_t c = 0; c < 3; ++c) reinterpret_cast<uint16_t*>(deep->mutableRow(1))[x * 3 + c] = uint16_t(x * 1000 + 3);
+  std::vector<uint8_t> bytes;
+  imageio::encodePNG(*deep, {1.0, 1, true}, bytes);
+  imageio::writeFileAtomically(file("deep.png"), bytes);
+  write("id.json", "[]");
+  for (std::string name : {"out.tif", "out.png"}) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(test::runCli("render " + file("id.json") + " " + file("deep.png") + " -o " + file(name)).status, 0);
+    auto decoded = imageio::decodeFile(file(name));
+    ASSERT_TRUE(decoded);
+    ASSERT_TRUE(decoded->image->format() == CGPixelFormat::RGB16 || decoded->image->format() == CGPixelFormat::RGBA16);
+    EXPECT_NEAR(imageio::testing::sample(*decoded->image, 40, 1, 0), 40003, 2);  // a value no 8-bit step holds
+  }
+}
+
+TEST_F(RenderCommand, InfoReadsHeifWithItsDepthMap) {
+  imageio::writeFileAtomically(file("portrait.heic"),
+                               imageio::testing::heifWithAuxiliary(64, 48, imageio::testing::kDepthAuxType));
+  auto result = test::runCli("info " + file("portrait.heic"));
+  ASSERT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: kCGColorSpaceSRGB\ndepth: yes\nmatte: no\n");
+  std::ofstream(file("broken.webp")) << "RIFF\x10\0\0\0WEBPVP8 garbage";
+  EXPECT_EQ(test::runCli("info " + file("broken.webp")).status, 1);
 }
 
 TEST_F(RenderCommand, StoredDrawsRepeatPerPicture) {

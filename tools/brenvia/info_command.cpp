@@ -18,7 +18,7 @@ void addInfoCommand(CLI::App& app) {
     // The engine-image backing reads the file's orientation as well as its pixels.
     auto picture = BVImage::initWithContentsOfFile(
         *path, Value{{std::string(kBVImageInitializationOptionStorageAPIKey), std::string(kBVImageInitializationOptionStorageAPICoreImage)}});
-    if (!picture) {
+    if (!picture || !picture->CIImage()) {
       std::cerr << "brenvia: " << *path << ": cannot read the picture\n";
       setExitStatus(1);
       return;

@@ -39,15 +39,31 @@ struct RenderSettings {
   bool coreGraphics = false;
 };
 
-enum class Format { JPEG, PNG };
+enum class Format { JPEG, PNG, HEIF, WebP, TIFF };
 
 std::optional<Format> formatOf(const fs::path& path) {
   std::string ext = path.extension().string();
   std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
   if (ext == ".jpg" || ext == ".jpeg") return Format::JPEG;
   if (ext == ".png") return Format::PNG;
+  if (ext == ".heic" || ext == ".heif") return Format::HEIF;
+  if (ext == ".webp") return Format::WebP;
+  if (ext == ".tif" || ext == ".tiff") return Format::TIFF;
   return std::nullopt;
 }
+
+bool encodeAs(Format format, const CGImage& bitmap, const imageio::EncodeOptions& options, std::vector<uint8_t>& bytes) {
+  switch (format) {
+    case Format::JPEG: return imageio::encodeJPEG(bitmap, options, bytes);
+    case Format::PNG: return imageio::encodePNG(bitmap, options, bytes);
+    case Format::HEIF: return imageio::encodeHEIF(bitmap, options, bytes);
+    case Format::WebP: return imageio::encodeWebP(bitmap, options, bytes);
+    case Format::TIFF: return imageio::encodeTIFF(bitmap, options, bytes);
+  }
+  return false;
+}
+
+bool isDeep(CGPixelFormat f) { return f == CGPixelFormat::Gray16 || f == CGPixelFormat::RGB16 || f == CGPixelFormat::RGBA16; }
 
 std::mutex outputMutex;
 
@@ -57,7 +73,8 @@ void fail(const std::string& what, const std::string& why) {
 }
 
 // The picture of one input, turned upright by its EXIF orientation and reduced so that its longer
-// side is at most maxSize (decoded smaller where the format allows).
+// side is at most maxSize (decoded smaller where the format allows). The orientation is baked into
+// the pixels here, so outputs carry no orientation tag.
 // `pixels` is the decoded bitmap, whose rows may still be arriving.
 std::shared_ptr<BVImage> loadPicture(const std::string& path, int maxSize, CGImageRef& pixels) {
   auto decoded = CIImage::imageWithContentsOfFile(path, size_t(std::max(maxSize, 0)));
@@ -142,17 +159,24 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   CIImageRef filtered = result ? result->CIImage() : nullptr;
   if (!filtered) return failed(input, "rendering failed");
   std::string error;
-  if (formatOf(output) == Format::JPEG) {
+  const Format format = formatOf(output).value_or(Format::JPEG);
+  if (format == Format::JPEG) {
     // Rendered in bands, each encoded as soon as it is done, while the input is still being decoded.
     if (context->writeJPEGRepresentationOfImage(filtered, output.string(), context->outputColorSpace(),
                                                 {s.quality / 100.0}, &error))
       return true;
     return failed(output.string(), error);
   }
-  CGImageRef bitmap = context->createCGImage(filtered, filtered->extent());
+  // 16-bit sources keep their depth in the formats that can hold it: the result is rendered in float.
+  imageio::EncodeOptions encode;
+  encode.quality = s.quality / 100.0;
+  encode.sixteenBit = pixels && isDeep(pixels->format()) && (format == Format::PNG || format == Format::TIFF);
+  CGImageRef bitmap = encode.sixteenBit ? context->createCGImage(filtered, filtered->extent(), kCIFormatRGBAf,
+                                                                 context->outputColorSpace())
+                                        : context->createCGImage(filtered, filtered->extent());
   if (!bitmap) return failed(input, "rendering failed");
   std::vector<uint8_t> bytes;
-  if (!imageio::encodePNG(*bitmap, {}, bytes)) return failed(output.string(), "cannot encode the picture");
+  if (!encodeAs(format, *bitmap, encode, bytes)) return failed(output.string(), "cannot encode the picture");
   if (!imageio::writeFileAtomically(output.string(), bytes, &error)) return failed(output.string(), error);
   return true;
 }
@@ -175,7 +199,7 @@ int run(const RenderSettings& s) {
     return 2;
   }
   if (s.inputs.size() == 1 && !fs::is_directory(s.output) && !formatOf(s.output)) {
-    fail(s.output, "the output name must end in .jpg, .jpeg or .png");
+    fail(s.output, "the output name must end in .jpg, .jpeg, .png, .heic, .heif, .webp, .tif or .tiff");
     return 2;
   }
   std::string error;
@@ -229,10 +253,10 @@ void addRenderCommand(CLI::App& app) {
   auto* cmd = app.add_subcommand("render", "Apply a filter recipe to pictures");
   cmd->add_option("recipe", settings->recipePath, "Recipe file: JSON or property list array of filters; - for stdin")
       ->required();
-  cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG)")->required();
-  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png), or folder for several inputs")
+  cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG, HEIF, WebP, TIFF)")->required();
+  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png, .heic, .webp, .tif), or folder for several inputs")
       ->required();
-  cmd->add_option("--quality", settings->quality, "JPEG quality, 0 to 100")->check(CLI::Range(0, 100));
+  cmd->add_option("--quality", settings->quality, "JPEG, HEIF and WebP quality, 0 to 100")->check(CLI::Range(0, 100));
   cmd->add_option("--assets", settings->assets, "Folder of the pictures the recipe names");
   cmd->add_option("--prefix", settings->prefix, "Prefix of the picture names");
   cmd->add_option("--disable-tag", settings->disableTags, "Turn off the filters with this tag (repeatable)");

@@ -33,11 +33,16 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   // Infinite extent, one colour everywhere.
   static CIImageRef imageWithColor(const CIColor& color);
   static CIImageRef emptyImage();
-  // A decoded JPEG or PNG file, with its metadata as properties; orientation is not applied. A
+  // A decoded picture file (JPEG, PNG, HEIF, WebP, TIFF), with its metadata as properties; orientation is not applied. A
   // non-zero maxPixelSize lets the decoder give a smaller picture whose longer side is still at
   // least that. Null (with one log line) when the file cannot be read.
   static CIImageRef imageWithContentsOfFile(const std::string& path, size_t maxPixelSize = 0);
   static CIImageRef imageWithData(const std::vector<uint8_t>& data, size_t maxPixelSize = 0);
+  // The disparity map or portrait matte stored beside the file's main picture (HEIF), untagged
+  // grey; null, without a log line, when the file has none.
+  enum class Auxiliary { Disparity, PortraitMatte };
+  static CIImageRef auxiliaryImageWithContentsOfFile(const std::string& path, Auxiliary which);
+  static CIImageRef auxiliaryImageWithData(const std::vector<uint8_t>& data, Auxiliary which);
 
   CIImageRef imageByApplyingTransform(const CGAffineTransform& t) const;
   CIImageRef imageByCroppingToRect(const CGRect& rect) const;

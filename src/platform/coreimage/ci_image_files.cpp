@@ -10,6 +10,13 @@ CIImageRef fromDecoded(std::optional<imageio::DecodedImage> decoded) {
   return CIImage::imageWithCGImage(std::move(decoded->image), std::move(decoded->properties));
 }
 
+imageio::DecodeOptions auxiliaryOptions(CIImage::Auxiliary which) {
+  imageio::DecodeOptions options;
+  options.auxiliary = which == CIImage::Auxiliary::Disparity ? imageio::AuxiliaryImage::Disparity
+                                                             : imageio::AuxiliaryImage::PortraitMatte;
+  return options;
+}
+
 }  // namespace
 
 CIImageRef CIImage::imageWithContentsOfFile(const std::string& path, size_t maxPixelSize) {
@@ -24,6 +31,14 @@ CIImageRef CIImage::imageWithData(const std::vector<uint8_t>& data, size_t maxPi
   imageio::DecodeOptions options;
   options.maxPixelSize = maxPixelSize;
   return fromDecoded(imageio::decodeData(data.data(), data.size(), options));
+}
+
+CIImageRef CIImage::auxiliaryImageWithContentsOfFile(const std::string& path, Auxiliary which) {
+  return fromDecoded(imageio::decodeFile(path, auxiliaryOptions(which)));
+}
+
+CIImageRef CIImage::auxiliaryImageWithData(const std::vector<uint8_t>& data, Auxiliary which) {
+  return fromDecoded(imageio::decodeData(data.data(), data.size(), auxiliaryOptions(which)));
 }
 
 }  // namespace brenvia

@@ -1,6 +1,6 @@
 #pragma once
 
-// Pieces shared by the JPEG and PNG codecs. Not part of the public interface.
+// Pieces shared by the codecs. Not part of the public interface.
 
 #include "platform/imageio/image_io.h"
 
@@ -28,6 +28,11 @@ enum class ReadMode { HeaderOnly, Pixels };
 // short reason for the log line.
 bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
 bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+// These read from memory only (source.data). readHEIF leaves `out.image` null, and succeeds, when
+// an auxiliary map is asked for and the file has none.
+bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
+bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
 
 // False, with a reason, when a picture of this size must not be decoded.
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why);
@@ -42,6 +47,8 @@ struct PixelBuffer {
   bool allocate(size_t w, size_t h, CGPixelFormat f);
   uint8_t* row(size_t y) { return data.get() + y * bytesPerRow; }
   CGImageRef finish(CGColorSpaceRef space);
+  // finish() into out.image; false, with "<format>: the decoded bitmap is invalid", when that fails.
+  bool finishInto(DecodedImage& out, CGColorSpaceRef space, std::string_view format, std::string& why);
 };
 
 // {"Orientation": 1, "PixelWidth": w, "PixelHeight": h}.
@@ -50,6 +57,9 @@ Value baseProperties(uint64_t width, uint64_t height);
 // groups. The block starts with "Exif\0\0" (JPEG APP1) or directly with the TIFF header (PNG eXIf).
 // Unreadable blocks are ignored.
 void mergeExif(const uint8_t* data, size_t size, Value& properties);
+// Metadata text as valid UTF-8: trailing NULs and spaces are dropped, and bytes that do not form
+// UTF-8 are read as Latin-1 (files are meant to hold ASCII; cameras also write Latin-1 or UTF-8).
+std::string textValue(const unsigned char* p, size_t n);
 // An EXIF block ("Exif\0\0" + TIFF) holding only the orientation tag; empty when it cannot be built.
 std::vector<uint8_t> orientationExif(int orientation);
 
@@ -84,6 +94,12 @@ struct OutputColor {
 };
 OutputColor chooseOutputColor(CGPixelFormat format, const CGColorSpaceRef& space);
 inline OutputColor chooseOutputColor(const CGImage& image) { return chooseOutputColor(image.format(), image.colorSpace()); }
+
+// Whether the format holds more than 8 bits per component (16-bit and float formats).
+bool hasDeepSamples(CGPixelFormat f);
+// Whether some pixel is not fully opaque (false for formats without alpha). Encoders whose alpha
+// costs a separate plane leave it out when nothing shows through.
+bool hasVisibleAlpha(const CGImage& image);
 
 // Pixel layouts the encoders consume; 16-bit components are host-endian.
 enum class RowLayout { Gray8, Gray16, RGB8, RGB16, RGBA8, RGBA16 };

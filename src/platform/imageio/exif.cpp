@@ -73,29 +73,6 @@ size_t utf8SequenceLength(const unsigned char* p, size_t n) {
   return len;
 }
 
-// EXIF text is meant to be ASCII; cameras also write Latin-1 or UTF-8. The result must be valid
-// UTF-8 for the property dictionary, so bytes that do not form UTF-8 are read as Latin-1.
-std::string textValue(const unsigned char* p, size_t n) {
-  size_t len = 0;
-  while (len < n && p[len] != 0) ++len;
-  while (len > 0 && p[len - 1] == ' ') --len;
-  std::string out;
-  out.reserve(len);
-  for (size_t i = 0; i < len;) {
-    unsigned char c = p[i];
-    size_t follow = utf8SequenceLength(p + i, len - i) - 1;
-    if (c < 0x80 || follow > 0) {
-      out.append(reinterpret_cast<const char*>(p + i), follow + 1);
-      i += follow + 1;
-    } else {
-      out.push_back(static_cast<char>(0xc0 | (c >> 6)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3f)));
-      ++i;
-    }
-  }
-  return out;
-}
-
 // One component of a numeric entry, or null for a zero denominator.
 Value numberAt(const ExifEntry* e, unsigned long i, ExifByteOrder order) {
   const unsigned char* p = e->data + i * exif_format_get_size(e->format);
@@ -156,6 +133,27 @@ struct ExifDataDeleter {
 using ExifDataPtr = std::unique_ptr<ExifData, ExifDataDeleter>;
 
 }  // namespace
+
+std::string textValue(const unsigned char* p, size_t n) {
+  size_t len = 0;
+  while (len < n && p[len] != 0) ++len;
+  while (len > 0 && p[len - 1] == ' ') --len;
+  std::string out;
+  out.reserve(len);
+  for (size_t i = 0; i < len;) {
+    unsigned char c = p[i];
+    size_t follow = utf8SequenceLength(p + i, len - i) - 1;
+    if (c < 0x80 || follow > 0) {
+      out.append(reinterpret_cast<const char*>(p + i), follow + 1);
+      i += follow + 1;
+    } else {
+      out.push_back(static_cast<char>(0xc0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3f)));
+      ++i;
+    }
+  }
+  return out;
+}
 
 void mergeExif(const uint8_t* data, size_t size, Value& properties) {
   if (!data || size < 8 || size > 0xffffffffu - sizeof kExifHeader) return;

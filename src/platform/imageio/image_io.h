@@ -1,9 +1,10 @@
 #pragma once
 
-// Reading and writing picture files (JPEG and PNG) as CGImage bitmaps.
+// Reading and writing picture files (JPEG, PNG, HEIF/HEIC, WebP and TIFF) as CGImage bitmaps.
 //
 // Decoding keeps pixels in their compact form (8 or 16 bits per channel) and reports file metadata
-// as a property dictionary. EXIF orientation is reported, never applied to the pixels. Pictures
+// as a property dictionary. EXIF orientation is reported, never applied to the pixels; HEIF is the
+// exception: its rotation and mirroring are applied while decoding and it reports orientation 1. Pictures
 // with an embedded profile that is neither sRGB nor Display P3 are converted to sRGB while
 // decoding, so every decoded image is tagged sRGB, Display P3 or device grey.
 
@@ -22,11 +23,17 @@
 
 namespace brenvia::imageio {
 
+// The pictures a camera stores beside the main one (HEIF only).
+enum class AuxiliaryImage { None, Disparity, PortraitMatte };
+
 struct DecodeOptions {
   // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
   // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
-  // side >= maxPixelSize). PNG is always decoded at full size.
+  // side >= maxPixelSize). Other formats are always decoded at full size.
   size_t maxPixelSize = 0;
+  // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
+  // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
+  AuxiliaryImage auxiliary = AuxiliaryImage::None;
   // Large JPEG files (decodeFile only) may return before their rows are decoded: the rows arrive
   // from a thread of the decoder's own, and readers of the bitmap wait for the rows they touch. A
   // failure found then logs the usual line and leaves the bitmap incomplete (CGImage::complete).
@@ -35,7 +42,9 @@ struct DecodeOptions {
 
 struct DecodedImage {
   // JPEG: RGB8, or Gray8 for grey pictures. PNG: Gray8, RGB8, RGBA8 or their 16-bit forms; palettes
-  // are expanded and tRNS transparency becomes an alpha channel.
+  // are expanded and tRNS transparency becomes an alpha channel. HEIF: RGB8 or RGBA8, 16-bit forms
+  // for deeper files. WebP: RGB8 or RGBA8. TIFF: 8 and 16-bit grey, RGB and RGBA as stored; other
+  // layouts (palettes, CMYK, YCbCr, odd depths) become RGBA8, premultiplied when they have alpha.
   CGImageRef image;
   // "Orientation" (EXIF 1-8, 1 when absent), "PixelWidth" and "PixelHeight" of the file's full
   // size, plus "{TIFF}" and "{Exif}" groups with the common camera tags found in the file.
@@ -59,9 +68,11 @@ struct EncodeOptions {
   // JPEG: encoder quality round(quality * 100) clamped to 1..100. Quality 100 keeps full-resolution
   // chroma (4:4:4); lower qualities subsample it (4:2:0).
   double quality = 1.0;
-  // Stored as the EXIF orientation tag when it is 2..8 (JPEG APP1 segment, PNG eXIf chunk).
+  // Stored as the EXIF orientation tag when it is 2..8 (JPEG APP1 segment, PNG eXIf chunk, WebP
+  // EXIF chunk, TIFF orientation tag). HEIF applies it to the pixels instead, since HEIF readers
+  // take the stored picture as upright.
   int orientation = 1;
-  // PNG: 16 bits per channel when the source has more than 8 (16-bit and float formats).
+  // PNG and TIFF: 16 bits per channel when the source has more than 8 (16-bit and float formats).
   bool sixteenBit = false;
 };
 
@@ -69,9 +80,16 @@ struct EncodeOptions {
 // to 0..1 and rounded; JPEG drops alpha. Grey pixels stay grey when the image's colour space is grey
 // or absent. The colour space's ICC profile is embedded (JPEG APP2, PNG iCCP) unless the space is
 // plain sRGB or device grey (PNG then writes an sRGB chunk; JPEG embeds nothing); images without a
-// colour space embed nothing. On failure `out` is left empty, one line is logged and false returned.
+// colour space embed nothing. HEIF, WebP and TIFF embed the profile the same way (HEIF colr, WebP
+// ICCP chunk, TIFF ICC tag); HEIF and WebP are always RGB, 8 bits. HEIF, WebP and TIFF leave out
+// an alpha channel that is opaque everywhere. Quality is used by JPEG, HEIF
+// (quality 100 keeps full chroma) and WebP; TIFF is compressed losslessly (deflate). On failure
+// `out` is left empty, one line is logged and false returned.
 bool encodeJPEG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 bool encodePNG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+bool encodeHEIF(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+bool encodeWebP(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
+bool encodeTIFF(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 
 // A JPEG encoded as horizontal strips on any threads in any order, then joined: the way to encode
 // a picture while it is still being rendered, without a bitmap of the whole frame. Every strip but

@@ -3,7 +3,9 @@
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <cstring>
 
 namespace brenvia::imageio {
@@ -21,6 +23,12 @@ bool PixelBuffer::allocate(size_t w, size_t h, CGPixelFormat f) {
 
 CGImageRef PixelBuffer::finish(CGColorSpaceRef space) {
   return CGImage::create(width, height, bytesPerRow, format, std::move(space), std::move(data));
+}
+
+bool PixelBuffer::finishInto(DecodedImage& out, CGColorSpaceRef space, std::string_view format, std::string& why) {
+  out.image = finish(std::move(space));
+  if (!out.image) why = std::string(format) + ": the decoded bitmap is invalid";
+  return out.image != nullptr;
 }
 
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why) {
@@ -53,33 +61,6 @@ namespace {
 using detail::ReadMode;
 using detail::Source;
 
-enum class Format { Unknown, JPEG, PNG };
-
-Format sniff(const uint8_t* head, size_t size) {
-  static constexpr uint8_t kPNG[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-  if (size >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) return Format::JPEG;
-  if (size >= 8 && std::memcmp(head, kPNG, 8) == 0) return Format::PNG;
-  return Format::Unknown;
-}
-
-// Reads with the decoder for the sniffed format; on failure logs the one line and gives false.
-bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMode mode, const DecodeOptions& options,
-             std::string_view name, DecodedImage& out) {
-  std::string why;
-  bool ok = false;
-  if (headSize == 0) {
-    why = "empty input";
-  } else {
-    switch (sniff(head, headSize)) {
-      case Format::JPEG: ok = detail::readJPEG(source, mode, options, out, why); break;
-      case Format::PNG: ok = detail::readPNG(source, mode, out, why); break;
-      case Format::Unknown: why = "unrecognised file format"; break;
-    }
-  }
-  if (!ok) detail::logFailure("read", name, why.empty() ? "unreadable data" : why);
-  return ok;
-}
-
 struct FileCloser {
   void operator()(FILE* f) const { std::fclose(f); }
 };
@@ -110,16 +91,68 @@ bool readWholeFile(FILE* f, std::vector<uint8_t>& bytes, std::string& why) {
   return true;
 }
 
+enum class Format { Unknown, JPEG, PNG, HEIF, WebP, TIFF };
+
+// Leading bytes needed to tell every format apart.
+constexpr size_t kSniffBytes = 12;
+
+bool isHEIFBrand(const uint8_t* brand) {
+  static constexpr const char* kBrands[] = {"heic", "heix", "heim", "heis", "hevc", "hevx", "mif1", "msf1", "avif"};
+  return std::any_of(std::begin(kBrands), std::end(kBrands),
+                     [&](const char* b) { return std::memcmp(brand, b, 4) == 0; });
+}
+
+Format sniff(const uint8_t* head, size_t size) {
+  static constexpr uint8_t kPNG[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  if (size >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff) return Format::JPEG;
+  if (size >= 8 && std::memcmp(head, kPNG, 8) == 0) return Format::PNG;
+  if (size >= 12 && std::memcmp(head + 4, "ftyp", 4) == 0 && isHEIFBrand(head + 8)) return Format::HEIF;
+  if (size >= 12 && std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WEBP", 4) == 0) return Format::WebP;
+  if (size >= 4 && (std::memcmp(head, "II*\0", 4) == 0 || std::memcmp(head, "MM\0*", 4) == 0)) return Format::TIFF;
+  return Format::Unknown;
+}
+
+// Reads with the decoder for the sniffed format; on failure logs the one line and gives false.
+// The decoders of the newer formats take memory only, so a file is read in full for them.
+bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMode mode, const DecodeOptions& options,
+             std::string_view name, DecodedImage& out) {
+  std::string why;
+  bool ok = false;
+  Format format = headSize == 0 ? Format::Unknown : sniff(head, headSize);
+  Source memory = source;
+  std::vector<uint8_t> bytes;
+  if (source.file && format != Format::JPEG && format != Format::PNG && format != Format::Unknown) {
+    if (!readWholeFile(source.file, bytes, why)) format = Format::Unknown;
+    memory.data = bytes.data();
+    memory.size = bytes.size();
+    memory.file = nullptr;
+  }
+  switch (format) {
+    case Format::JPEG: ok = detail::readJPEG(memory, mode, options, out, why); break;
+    case Format::PNG: ok = detail::readPNG(memory, mode, out, why); break;
+    case Format::HEIF: ok = detail::readHEIF(memory, mode, options, out, why); break;
+    case Format::WebP: ok = detail::readWebP(memory, mode, out, why); break;
+    case Format::TIFF: ok = detail::readTIFF(memory, mode, out, why); break;
+    case Format::Unknown:
+      if (why.empty()) why = headSize == 0 ? "empty input" : "unrecognised file format";
+      break;
+  }
+  if (!ok) detail::logFailure("read", name, why.empty() ? "unreadable data" : why);
+  return ok;
+}
+
 }  // namespace
 
 std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const DecodeOptions& options,
                                        std::string_view name) {
   DecodedImage out;
   if (!data) size = 0;
+  // Only HEIF files hold auxiliary maps; other files have none to report, which is no failure.
+  if (options.auxiliary != AuxiliaryImage::None && sniff(data, size) != Format::HEIF) return std::nullopt;
   Source source;
   source.data = data;
   source.size = size;
-  if (!readAny(source, data, size, ReadMode::Pixels, options, name, out)) return std::nullopt;
+  if (!readAny(source, data, size, ReadMode::Pixels, options, name, out) || !out.image) return std::nullopt;
   return out;
 }
 
@@ -127,6 +160,12 @@ std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOpti
   std::string why;
   auto bytes = std::make_shared<std::vector<uint8_t>>();
   FilePtr f = openForReading(path, why);
+  if (f && options.auxiliary != AuxiliaryImage::None) {
+    // Only HEIF holds auxiliary maps: other files need not be read past their first bytes.
+    uint8_t head[kSniffBytes];
+    size_t headSize = std::fread(head, 1, sizeof head, f.get());
+    if (sniff(head, headSize) != Format::HEIF) return std::nullopt;
+  }
   if (!f || !readWholeFile(f.get(), *bytes, why)) {
     detail::logFailure("read", path, why);
     return std::nullopt;
@@ -134,7 +173,8 @@ std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOpti
   f.reset();
   DecodedImage out;
   Source source{bytes->data(), bytes->size(), nullptr, bytes, path};
-  if (!readAny(source, bytes->data(), bytes->size(), ReadMode::Pixels, options, path, out)) return std::nullopt;
+  if (!readAny(source, bytes->data(), bytes->size(), ReadMode::Pixels, options, path, out) || !out.image)
+    return std::nullopt;
   return out;
 }
 
@@ -145,7 +185,7 @@ std::optional<Value> readProperties(const std::string& path) {
     detail::logFailure("read", path, why);
     return std::nullopt;
   }
-  uint8_t head[8];
+  uint8_t head[kSniffBytes];
   size_t headSize = std::fread(head, 1, sizeof head, f.get());
   std::rewind(f.get());
   DecodedImage out;

@@ -135,6 +135,26 @@ void convert(const CGImage& image, size_t y, T* out) {
 
 }  // namespace
 
+bool hasDeepSamples(CGPixelFormat f) {
+  return f == CGPixelFormat::Gray16 || f == CGPixelFormat::RGB16 || f == CGPixelFormat::RGBA16 ||
+         f == CGPixelFormat::RGBAFloatPremultiplied;
+}
+
+bool hasVisibleAlpha(const CGImage& image) {
+  if (!CGPixelFormatHasAlpha(image.format())) return false;
+  const size_t bpp = CGPixelFormatBytesPerPixel(image.format());
+  for (size_t y = 0; y < image.height(); ++y) {
+    const uint8_t* p = image.row(y);
+    for (size_t x = 0; x < image.width(); ++x, p += bpp) {
+      bool opaque = image.format() == CGPixelFormat::RGBA16                   ? load16(p + 6) == 65535
+                    : image.format() == CGPixelFormat::RGBAFloatPremultiplied ? loadFloat(p + 12) >= 1
+                                                                              : p[3] == 255;
+      if (!opaque) return true;
+    }
+  }
+  return false;
+}
+
 size_t rowLayoutBytesPerPixel(RowLayout layout) {
   switch (layout) {
     case RowLayout::Gray8: return 1;

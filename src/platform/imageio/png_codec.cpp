@@ -64,11 +64,6 @@ int appendToVector(spng_ctx*, void* user, void* data, size_t length) {
   return 0;
 }
 
-bool hasDeepSamples(CGPixelFormat f) {
-  return f == CGPixelFormat::Gray16 || f == CGPixelFormat::RGB16 || f == CGPixelFormat::RGBA16 ||
-         f == CGPixelFormat::RGBAFloatPremultiplied;
-}
-
 }  // namespace
 
 bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string& why) {
