@@ -228,4 +228,12 @@ CGAffineTransform BVRandomlyMirroredAndRotatedTransform(bool mirrorHorizontally,
   return transform;
 }
 
+void BVRandomlyMirrorAndRotateContext(const CGContextRef& context, bool mirrorHorizontally, bool mirrorVertically,
+                                      BVRandomization* randomization, double rotation) {
+  const CGSize size = CGContextGetClipBoundingBox(context).size;
+  if (rotation == 90.0 && size.width != size.height) rotation = 180.0;
+  CGContextConcatCTM(context, BVRandomlyMirroredAndRotatedTransform(mirrorHorizontally, mirrorVertically, true,
+                                                                    randomization, size, rotation));
+}
+
 }  // namespace brenvia

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/keyed_archive.h"
 #include "platform/geometry/geometry.h"
+#include "platform/graphics/cg_context.h"
 
 #include <cstdint>
 #include <map>
@@ -90,5 +91,9 @@ bool BVShouldApplyWithFrequency(const BVRandomizationContext& context, BVRandomi
 CGAffineTransform BVRandomlyMirroredAndRotatedTransform(bool mirrorHorizontally, bool mirrorVertically,
                                                         bool useClassLevel, BVRandomization* randomization,
                                                         CGSize size, double rotation);
+// Concatenates to the context the transform above for its clip bounds, with class-level draws. A
+// quarter turn of a context that is not square becomes a half turn, so the picture still fills it.
+void BVRandomlyMirrorAndRotateContext(const CGContextRef& context, bool mirrorHorizontally, bool mirrorVertically,
+                                      BVRandomization* randomization, double rotation);
 
 }  // namespace brenvia

@@ -149,6 +149,22 @@ TEST(StoredRandomization, MirrorAndRotationDrawsShareTheirKey) {
   // A quarter-turn rotation picks from four, and 1 is still the half turn.
   EXPECT_EQ(moved(false, false, 90), (CGPoint{9, 18}));
   EXPECT_EQ(randomization.storedRandomizationValues().size(), 2u);
+
+  // On a bitmap context the same transform is concatenated for its bounds; the quarter turn of a
+  // context that is not square becomes a half turn.
+  CGContextRef context = CGBitmapContextCreate(nullptr, 10, 20, 8, 0, CGColorSpaceCreateDeviceRGB(),
+                                               kCGImageAlphaPremultipliedLast | kCGBitmapByteOrder32Big);
+  ASSERT_TRUE(context);
+  randomization.setStoredRandomizationValues({{"2-general", 0}, {"4-general", 3}});
+  BVRandomlyMirrorAndRotateContext(context, true, false, &randomization, 90);
+  CGPoint p = CGPointApplyAffineTransform({1, 2}, CGContextGetCTM(context));
+  EXPECT_NEAR(p.x, 1, 1e-5);  // a three-quarter turn (the four-way draw) would have moved it
+  EXPECT_NEAR(p.y, 2, 1e-5);
+  randomization.setStoredRandomizationValues({{"2-general", 1}});
+  BVRandomlyMirrorAndRotateContext(context, true, false, &randomization, 90);
+  p = CGPointApplyAffineTransform({1, 2}, CGContextGetCTM(context));
+  EXPECT_NEAR(p.x, 1, 1e-5);  // half turn about the centre, then mirrored across: (9, 18) -> (1, 18)
+  EXPECT_NEAR(p.y, 18, 1e-5);
 }
 
 }  // namespace

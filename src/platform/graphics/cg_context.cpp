@@ -343,6 +343,12 @@ CGAffineTransform CGContextGetCTM(const CGContextRef& c) {
   return {ctm.xx, ctm.yx, ctm.xy, ctm.yy, ctm.x0, ctm.y0};
 }
 
+CGRect CGContextGetClipBoundingBox(const CGContextRef& c) {
+  if (!c) return CGRectNull;
+  const CGRect device = CGRectMake(0, 0, double(c->width()), double(c->height()));
+  return CGRectApplyAffineTransform(device, CGAffineTransformInvert(CGContextGetCTM(c)));
+}
+
 void CGContextFillRect(const CGContextRef& c, const CGRect& rect) {
   if (!c || !isFinite(rect)) return;
   const double* fill = c->state().fill;

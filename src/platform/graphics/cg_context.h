@@ -102,6 +102,8 @@ void CGContextScaleCTM(const CGContextRef& c, double sx, double sy);
 void CGContextRotateCTM(const CGContextRef& c, double angle);
 void CGContextConcatCTM(const CGContextRef& c, const CGAffineTransform& t);
 CGAffineTransform CGContextGetCTM(const CGContextRef& c);
+// The user-space bounds of the drawable area: the whole bitmap (a mask clip is not tightened).
+CGRect CGContextGetClipBoundingBox(const CGContextRef& c);
 
 void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
 // Makes the rectangle transparent whatever the state's blend mode.
