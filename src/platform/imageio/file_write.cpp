@@ -35,50 +35,59 @@ std::string temporaryName(const std::string& path, unsigned attempt) {
          std::to_string(attempt);
 }
 
-bool writeAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string& why) {
-  if (path.empty() || path.back() == '/') {
-    why = "not a file name";
-    return false;
-  }
-  std::string temp;
-  int fd = -1;
-  for (unsigned attempt = 0; attempt < 16 && fd < 0; ++attempt) {
-    temp = temporaryName(path, attempt);
-    // 0666 and the process umask: the same permissions a plain create would give.
-    fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno != EEXIST) break;
-  }
-  if (fd < 0) {
-    why = systemError("cannot create a temporary file beside it");
-    return false;
-  }
-  bool ok = writeAll(fd, bytes.data(), bytes.size());
-  if (!ok) why = systemError("cannot write the data");
-  if (ok && ::fsync(fd) != 0) {
-    ok = false;
-    why = systemError("cannot flush the data to disk");
-  }
-  if (::close(fd) != 0 && ok) {
-    ok = false;
-    why = systemError("cannot close the file");
-  }
-  if (ok && ::rename(temp.c_str(), path.c_str()) != 0) {
-    ok = false;
-    why = systemError("cannot move the new file into place");
-  }
-  if (!ok) ::unlink(temp.c_str());
-  return ok;
-}
-
 }  // namespace
 
+AtomicFileWriter::AtomicFileWriter(std::string path) : path_(std::move(path)) {
+  if (path_.empty() || path_.back() == '/') {
+    error_ = "not a file name";
+    return;
+  }
+  for (unsigned attempt = 0; attempt < 16 && fd_ < 0; ++attempt) {
+    temp_ = temporaryName(path_, attempt);
+    // 0666 and the process umask: the same permissions a plain create would give.
+    fd_ = ::open(temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd_ < 0 && errno != EEXIST) break;
+  }
+  if (fd_ < 0) error_ = systemError("cannot create a temporary file beside it");
+}
+
+AtomicFileWriter::~AtomicFileWriter() {
+  if (fd_ >= 0) ::close(fd_);
+  if (!temp_.empty() && !committed_) ::unlink(temp_.c_str());
+}
+
+bool AtomicFileWriter::append(const uint8_t* data, size_t size) {
+  if (!ok()) return false;
+  if (!writeAll(fd_, data, size)) return fail("cannot write the data");
+  // Writing back starts now, so that the flush of commit() has little left to wait for.
+  ::sync_file_range(fd_, off64_t(written_), off64_t(size), SYNC_FILE_RANGE_WRITE);
+  written_ += size;
+  return true;
+}
+
+bool AtomicFileWriter::commit() {
+  if (!ok()) return false;
+  if (::fsync(fd_) != 0) return fail("cannot flush the data to disk");
+  int fd = fd_;
+  fd_ = -1;
+  if (::close(fd) != 0) return fail("cannot close the file");
+  if (::rename(temp_.c_str(), path_.c_str()) != 0) return fail("cannot move the new file into place");
+  committed_ = true;
+  return true;
+}
+
+bool AtomicFileWriter::fail(const char* what) {
+  error_ = systemError(what);
+  return false;
+}
+
 bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error) {
-  std::string why;
-  if (writeAtomically(path, bytes, why)) return true;
+  AtomicFileWriter file(path);
+  if (file.append(bytes.data(), bytes.size()) && file.commit()) return true;
   if (error) {
-    *error = why;
+    *error = file.error();
   } else {
-    detail::logFailure("write", path, why);
+    detail::logFailure("write", path, file.error());
   }
   return false;
 }

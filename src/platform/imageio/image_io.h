@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -104,16 +105,50 @@ class JPEGStripEncoder {
   JPEGStripEncoder(const JPEGStripEncoder&) = delete;
   JPEGStripEncoder& operator=(const JPEGStripEncoder&) = delete;
 
+  // Takes the file's bytes in order; false stops the encoding.
+  using Sink = std::function<bool(const uint8_t* data, size_t size)>;
+
   size_t stripRows() const;
   size_t stripCount() const;
   // False when the strip could not be encoded; finish then fails with the reason.
   bool encodeStrip(size_t k, const CGImage& image, size_t firstRow = 0);
-  // The joined file; false, with the one log line of encodeJPEG, when a strip failed or is missing.
+  // Set before the first strip is encoded: each strip then goes to the sink as soon as it and all
+  // strips before it are done, from the encoding thread (one call at a time).
+  void setSink(Sink sink);
+  // Sends what is left to the sink; false, with the one log line of encodeJPEG, when a strip failed
+  // or is missing or the sink refused the bytes.
+  bool finish();
+  // The joined file in memory (no sink set).
   bool finish(std::vector<uint8_t>& out);
 
  private:
   struct State;
   std::unique_ptr<State> state_;
+};
+
+// A file written under a temporary name beside its destination and renamed over it by commit(),
+// so the destination is either untouched or complete. Dropped without a commit, the temporary
+// file is removed. After a failure error() says why and every later call fails.
+class AtomicFileWriter {
+ public:
+  explicit AtomicFileWriter(std::string path);
+  ~AtomicFileWriter();
+  AtomicFileWriter(const AtomicFileWriter&) = delete;
+  AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
+
+  bool ok() const { return error_.empty(); }
+  const std::string& error() const { return error_; }
+  bool append(const uint8_t* data, size_t size);
+  // Flushes the data to disk and moves the file into place.
+  bool commit();
+
+ private:
+  bool fail(const char* what);
+
+  std::string path_, temp_, error_;
+  int fd_ = -1;
+  size_t written_ = 0;
+  bool committed_ = false;
 };
 
 // Writes the bytes to a temporary file in the destination's folder and renames it over `path`, so

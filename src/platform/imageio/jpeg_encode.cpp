@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <cmath>
 #include <thread>
 
@@ -173,29 +174,19 @@ bool locateScan(const std::vector<uint8_t>& jpeg, size_t& scanStart, size_t& hei
   return false;
 }
 
-// Joins strips: the first one's headers with the full height, then each strip's data, the ones
-// after the first preceded by restart markers RST0..RST7 in turn.
-bool joinStrips(std::vector<std::vector<uint8_t>>& strips, size_t height, std::vector<uint8_t>& out) {
-  std::vector<uint8_t>& first = strips[0];
+// Sends what strip k adds to the joined file: the first strip with its headers (the frame
+// height set to the whole picture's), every later one from its scan data on, after the restart
+// marker RST0..RST7 in turn; each without its end-of-image marker, which the file gets once.
+bool sendStrip(std::vector<uint8_t>& strip, size_t k, size_t height, const JPEGStripEncoder::Sink& sink) {
   size_t scanStart = 0, heightOffset = 0;
-  if (!locateScan(first, scanStart, heightOffset)) return false;
-  first[heightOffset] = static_cast<uint8_t>(height >> 8);
-  first[heightOffset + 1] = static_cast<uint8_t>(height);
-  size_t total = 0;
-  for (const auto& strip : strips) total += strip.size();
-  out.clear();
-  out.reserve(total);
-  out.insert(out.end(), first.begin(), first.end() - 2);
-  for (size_t k = 1; k < strips.size(); ++k) {
-    if (!locateScan(strips[k], scanStart, heightOffset)) return false;
-    out.push_back(0xff);
-    out.push_back(static_cast<uint8_t>(0xd0 + ((k - 1) & 7)));
-    out.insert(out.end(), strips[k].begin() + static_cast<ptrdiff_t>(scanStart), strips[k].end() - 2);
-    std::vector<uint8_t>().swap(strips[k]);  // the joined file takes its place
+  if (!locateScan(strip, scanStart, heightOffset)) return false;
+  if (k == 0) {
+    strip[heightOffset] = static_cast<uint8_t>(height >> 8);
+    strip[heightOffset + 1] = static_cast<uint8_t>(height);
+    return sink(strip.data(), strip.size() - 2);
   }
-  out.push_back(0xff);
-  out.push_back(0xd9);
-  return true;
+  const uint8_t marker[2] = {0xff, static_cast<uint8_t>(0xd0 + ((k - 1) & 7))};
+  return sink(marker, 2) && sink(strip.data() + scanStart, strip.size() - 2 - scanStart);
 }
 
 int encoderQuality(double q) {
@@ -237,6 +228,19 @@ struct JPEGStripEncoder::State {
   std::vector<std::vector<uint8_t>> parts;
   std::vector<char> done;
   std::vector<std::string> errors;
+  // Strips go to the sink in order, each as soon as it and those before it are encoded.
+  std::mutex sending;
+  Sink sink;
+  size_t sent = 0;
+  std::string sinkError;
+
+  void sendReady() {
+    std::lock_guard lock(sending);
+    while (sink && sinkError.empty() && sent < strips && done[sent]) {
+      if (!detail::sendStrip(parts[sent], sent, height, sink)) sinkError = "the encoded strips could not be joined or written";
+      std::vector<uint8_t>().swap(parts[sent++]);
+    }
+  }
 };
 
 JPEGStripEncoder::JPEGStripEncoder(size_t width, size_t height, CGPixelFormat format, const CGColorSpaceRef& space,
@@ -275,28 +279,40 @@ bool JPEGStripEncoder::encodeStrip(size_t k, const CGImage& image, size_t firstR
     return false;
   }
   st.done[k] = detail::encodeStrip(st.settings, image, firstRow, rows, st.interval, k == 0, st.parts[k], st.errors[k]);
+  if (st.done[k]) st.sendReady();
   return st.done[k];
+}
+
+void JPEGStripEncoder::setSink(Sink sink) { state_->sink = std::move(sink); }
+
+bool JPEGStripEncoder::finish() {
+  State& st = *state_;
+  st.sendReady();
+  std::string why = st.sinkError;
+  auto failed = std::find(st.done.begin(), st.done.end(), 0);
+  if (failed != st.done.end()) {
+    why = st.errors[size_t(failed - st.done.begin())];
+    if (why.empty()) why = "a strip was not encoded";
+  }
+  static constexpr uint8_t kEndOfImage[2] = {0xff, 0xd9};
+  if (why.empty() && st.sink && st.sink(kEndOfImage, 2)) return true;
+  BVLog("[ImageIO] Could not encode JPEG: " + (why.empty() ? std::string("the output could not be written") : why));
+  return false;
 }
 
 bool JPEGStripEncoder::finish(std::vector<uint8_t>& out) {
   State& st = *state_;
   out.clear();
-  auto failed = std::find(st.done.begin(), st.done.end(), 0);
-  std::string why;
-  if (failed != st.done.end()) {
-    why = st.errors[size_t(failed - st.done.begin())];
-    if (why.empty()) why = "a strip was not encoded";
-  } else if (st.strips == 1) {
-    out = std::move(st.parts[0]);
-  } else if (!detail::joinStrips(st.parts, st.height, out)) {
-    why = "the encoded strips could not be joined";
-  }
-  if (!why.empty()) {
-    out.clear();
-    BVLog("[ImageIO] Could not encode JPEG: " + why);
-    return false;
-  }
-  return true;
+  size_t total = 2;
+  for (const auto& part : st.parts) total += part.size();
+  out.reserve(total);
+  setSink([&out](const uint8_t* data, size_t size) {
+    out.insert(out.end(), data, data + size);
+    return true;
+  });
+  if (finish()) return true;
+  out.clear();
+  return false;
 }
 
 }  // namespace brenvia::imageio

@@ -57,6 +57,23 @@ TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
     for (size_t k = encoder.stripCount(); k-- > 0;) ASSERT_TRUE(encoder.encodeStrip(k, *picture, k * encoder.stripRows()));
     std::vector<uint8_t> strips;
     ASSERT_TRUE(encoder.finish(strips));
+    // A sink sees the same file, strip by strip, as soon as each strip and those before it are done.
+    JPEGStripEncoder streamed(300, 203, F::RGBA8, picture->colorSpace(), {.quality = quality, .orientation = 6}, 40);
+    std::vector<uint8_t> received;
+    std::vector<size_t> sizeAfterStrip;
+    streamed.setSink([&](const uint8_t* data, size_t size) {
+      received.insert(received.end(), data, data + size);
+      return true;
+    });
+    for (size_t k : {1, 0, 3, 2}) {
+      ASSERT_TRUE(streamed.encodeStrip(k, *picture, k * streamed.stripRows()));
+      sizeAfterStrip.push_back(received.size());
+    }
+    EXPECT_EQ(sizeAfterStrip[0], 0u);  // strip 1 waits for strip 0
+    EXPECT_GT(sizeAfterStrip[1], 0u);
+    for (size_t k = 4; k < streamed.stripCount(); ++k) ASSERT_TRUE(streamed.encodeStrip(k, *picture, k * streamed.stripRows()));
+    ASSERT_TRUE(streamed.finish());
+    EXPECT_EQ(received, strips);
     auto decoded = decodeData(strips.data(), strips.size());
     auto whole = encodeOrDie(*picture, false, {.quality = quality, .orientation = 6});
     auto reference = decodeData(whole.data(), whole.size());
