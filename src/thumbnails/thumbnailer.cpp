@@ -310,7 +310,7 @@ std::shared_ptr<BVImage> BVThumbnailer::_thumbnailFromSource(const Source& sourc
   std::lock_guard serial(thumbnailingMutex_);
   const CGImageRef drawn = _draw(source, request);
   if (!drawn) return nullptr;
-  _persistToDiskIfNeeded(drawn, request.path, isJPEG(request.options) ? kUTTypeJPEG : kUTTypePNG);
+  _persistToDiskIfNeeded(drawn, request.path, isJPEG(request.options));
   auto image = BVImage::initWithCGImage(drawn);
   _cacheImage(image, request.fullKey);
   return image;
@@ -332,12 +332,16 @@ CGImageRef BVThumbnailer::_draw(const Source& source, const Request& request) co
   return CGBitmapContextCreateImage(context);
 }
 
-void BVThumbnailer::_persistToDiskIfNeeded(const CGImageRef& image, const std::string& path,
-                                           std::string_view format) const {
+void BVThumbnailer::_persistToDiskIfNeeded(const CGImageRef& image, const std::string& path, bool jpeg) const {
   const CGSize limit = maximumSizeForDiskPersistence();
-  if (limit.width >= double(image->width()) && limit.height >= double(image->height())) {
-    CGImageWriteToFile(image, path, format, Value::object());
-  }
+  if (limit.width < double(image->width()) || limit.height < double(image->height())) return;
+  std::vector<uint8_t> bytes;
+  bool written = jpeg ? imageio::encodeJPEG(*image, {}, bytes) : imageio::encodePNG(*image, {}, bytes);
+  // A damaged thumbnail is found when read and made again, so the file is not flushed to disk:
+  // the rename alone keeps a crashing process from leaving part of one.
+  std::string error;
+  written = written && imageio::writeFileAtomically(path, bytes, &error, imageio::WriteDurability::Renamed);
+  if (!written) BVLog("[Brenvia] Failed to write image to " + path);
 }
 
 void BVThumbnailer::setThumbnail(const std::shared_ptr<BVImage>& image, std::string_view key,
@@ -348,7 +352,7 @@ void BVThumbnailer::setThumbnail(const std::shared_ptr<BVImage>& image, std::str
   while (!_setCurrentlyThumbnailing(request.path)) _waitUntilFinished(request.path);
   {
     std::lock_guard serial(thumbnailingMutex_);
-    _persistToDiskIfNeeded(bitmap, request.path, isJPEG(format) ? kUTTypeJPEG : kUTTypePNG);
+    _persistToDiskIfNeeded(bitmap, request.path, isJPEG(format));
     _cacheImage(image, request.fullKey);
   }
   _setFinishedThumbnailing(request.path);

@@ -119,7 +119,7 @@ class BVThumbnailer {
   std::shared_ptr<BVImage> _thumbnailFromSource(const Source& source, const Request& request);
   std::optional<Source> _loadForThumbnail(const std::string& path, const Request& request) const;
   CGImageRef _draw(const Source& source, const Request& request) const;
-  void _persistToDiskIfNeeded(const CGImageRef& image, const std::string& path, std::string_view format) const;
+  void _persistToDiskIfNeeded(const CGImageRef& image, const std::string& path, bool jpeg) const;
 
   // The set of paths under generation, and the wait for one of them to finish.
   bool _setCurrentlyThumbnailing(const std::string& path);

@@ -134,14 +134,14 @@ TEST(Thumbnailer, ConcurrentRequestsForOneThumbnailMakeItOnce) {
   std::vector<std::future<std::shared_ptr<BVImage>>> requests;
   for (int i = 0; i < 8; ++i) {
     requests.push_back(std::async(std::launch::async, [&] {
-      return thumbnailer.generateThumbnailWithImagePath(photo, "k", {100, 75}, 1.0, 0);
+      return thumbnailer.generateThumbnailWithImagePath(photo, "k", {400, 300}, 1.0, 0);
     }));
   }
   // A second generation would have replaced the memory entry with an object of its own.
   const auto first = requests[0].get();
   ASSERT_NE(first, nullptr);
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ(requests[i].get(), first);
-  EXPECT_EQ(thumbnailer.imageForKey("k", {100, 75}, 1.0, 0), first);
+  EXPECT_EQ(thumbnailer.imageForKey("k", {400, 300}, 1.0, 0), first);
 }
 
 TEST(Thumbnailer, TreatsADamagedFileAsMissingAndMakesItAgain) {
