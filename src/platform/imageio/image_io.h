@@ -30,7 +30,8 @@ enum class AuxiliaryImage { None, Disparity, PortraitMatte };
 struct DecodeOptions {
   // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
   // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
-  // side >= maxPixelSize). Other formats are always decoded at full size.
+  // side >= maxPixelSize). HEIF: the smallest thumbnail stored in the file whose longer side is at
+  // least maxPixelSize, when there is one. Other formats are always decoded at full size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
   // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
