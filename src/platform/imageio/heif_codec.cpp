@@ -1,5 +1,5 @@
-// HEIF/HEIC reading and writing with libheif: the primary picture, and its disparity map or
-// portrait matte when asked for.
+// HEIF/HEIC reading and writing with libheif: the primary picture or a stored thumbnail of it, and
+// its disparity map or portrait matte when asked for.
 
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
@@ -155,8 +155,9 @@ HandlePtr auxiliaryHandle(heif_image_handle* primary, AuxiliaryImage which) {
 
 // Auxiliary maps are data, not colour: grey and untagged.
 // The smallest thumbnail stored with the picture whose longer side is at least `minimum`; null
-// when there is none.
+// when there is none. Thumbnails that are not smaller than the picture are passed over.
 HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
+  const int width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
   std::vector<heif_item_id> ids(size_t(std::max(0, heif_image_handle_get_number_of_thumbnails(primary))));
   ids.resize(size_t(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size())))));
   HandlePtr best;
@@ -165,8 +166,10 @@ HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
     heif_image_handle* found = nullptr;
     if (heif_image_handle_get_thumbnail(primary, id, &found).code != heif_error_Ok) continue;
     HandlePtr thumbnail(found);
-    const int side = std::max(heif_image_handle_get_width(found), heif_image_handle_get_height(found));
-    if (side >= 1 && size_t(side) >= minimum && (!best || side < bestSide)) {
+    const int w = heif_image_handle_get_width(found), h = heif_image_handle_get_height(found);
+    const int side = std::max(w, h);
+    const bool smaller = w >= 1 && h >= 1 && w <= width && h <= height && side < std::max(width, height);
+    if (smaller && size_t(side) >= minimum && (!best || side < bestSide)) {
       best = std::move(thumbnail);
       bestSide = side;
     }

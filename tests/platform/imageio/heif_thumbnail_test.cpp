@@ -6,7 +6,7 @@
 namespace brenvia::imageio {
 namespace {
 
-// A red 240 x 160 picture with stored blue thumbnails of 60 x 40 and 120 x 80.
+// A red 240 x 160 picture with stored blue thumbnails of 60 x 40, 120 x 80 and (passed over) 480 x 320.
 std::vector<uint8_t> heifWithThumbnails() {
   heif_context* context = heif_context_alloc();
   heif_encoder* encoder = nullptr;
@@ -19,7 +19,7 @@ std::vector<uint8_t> heifWithThumbnails() {
     return handle;
   };
   heif_image_handle* main = encode(240, 160, 220, 0);
-  for (int w : {60, 120}) {
+  for (int w : {60, 120, 480}) {
     heif_image_handle* thumbnail = encode(w, w * 2 / 3, 0, 220);
     heif_context_assign_thumbnail(context, thumbnail, main);
     heif_image_handle_release(thumbnail);
