@@ -67,7 +67,7 @@ std::optional<CGSize> thumbnailSizeFor(const std::string& input, int longest) {
 std::optional<std::string> thumbnailOne(BVThumbnailer& thumbnailer, const ThumbnailSettings& s, const std::string& input) {
   std::error_code error;
   if (!fs::is_regular_file(input, error)) {
-    fail(input, "no such file");
+    fail(input, fs::exists(input, error) ? "not a file" : "no such file");
     return std::nullopt;
   }
   const std::optional<CGSize> size = thumbnailSizeFor(input, s.size);
