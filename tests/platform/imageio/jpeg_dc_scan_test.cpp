@@ -1,0 +1,92 @@
+#include "platform/imageio/jpeg_dc_scan.h"
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace brenvia::imageio::detail {
+namespace {
+
+// A smooth picture with some texture, w x h, in the given layout (Gray8 or RGB8).
+CGImageRef texturedPicture(size_t w, size_t h, CGPixelFormat format) {
+  const CGImageRef picture = test::makeBitmap(
+      w, h,
+      [](size_t x, size_t y) {
+        const int texture = int((x * 7 + y * 13) % 23) - 11;
+        auto channel = [&](double phase) {
+          return uint8_t(std::clamp(128 + int(100 * std::sin(phase + x * 0.03 + y * 0.02)) + texture, 0, 255));
+        };
+        return std::array<uint8_t, 4>{channel(0), channel(2), channel(4), 255};
+      },
+      format);
+  // Grey pixels in a grey space, so that the file holds one component.
+  return format == CGPixelFormat::Gray8 ? CGImage::create(w, h, picture->bytesPerRow(), format, CGColorSpaceCreateDeviceGray(),
+                                                          std::shared_ptr<const uint8_t[]>(picture, picture->data()))
+                                        : picture;
+}
+
+// Largest difference between the DC-only decode and libjpeg's own decode at 1/8 of the size.
+int largestDifferenceFromLibjpeg(const std::vector<uint8_t>& file, CGPixelFormat format) {
+  jpeg_decompress_struct c{};
+  jpeg_error_mgr errors{};
+  c.err = jpeg_std_error(&errors);
+  jpeg_create_decompress(&c);
+  jpeg_mem_src(&c, file.data(), file.size());
+  jpeg_read_header(&c, TRUE);
+  PixelBuffer dc;
+  EXPECT_TRUE(decodeDCScan(c, c.src->next_input_byte, c.src->bytes_in_buffer, format, dc));
+  c.scale_denom = 8;
+  jpeg_start_decompress(&c);
+  int largest = dc.data ? 0 : 255;
+  EXPECT_EQ(c.output_width, dc.width);
+  EXPECT_EQ(c.output_height, dc.height);
+  std::vector<uint8_t> row(size_t(c.output_width) * size_t(c.output_components));
+  while (dc.data && c.output_scanline < c.output_height && c.output_width == dc.width) {
+    const size_t y = c.output_scanline;
+    JSAMPROW rows[] = {row.data()};
+    jpeg_read_scanlines(&c, rows, 1);
+    for (size_t i = 0; i < row.size(); ++i) largest = std::max(largest, std::abs(int(row[i]) - int(dc.row(y)[i])));
+  }
+  jpeg_abort_decompress(&c);
+  jpeg_destroy_decompress(&c);
+  return largest;
+}
+
+TEST(JPEGDCScan, GivesLibjpegsEighthScaleFromTheDCCoefficients) {
+  const struct {
+    size_t w, h;
+    CGPixelFormat format;
+    double quality;
+    int tolerance;  // subsampled chroma: libjpeg draws on AC coefficients too
+  } cases[] = {
+      {203, 117, CGPixelFormat::RGB8, 1.0, 0},  // 4:4:4
+      {203, 117, CGPixelFormat::RGB8, 0.9, 10},  // 4:2:0
+      {64, 40, CGPixelFormat::Gray8, 0.8, 0},
+  };
+  for (const auto& c : cases) {
+    std::vector<uint8_t> file;
+    ASSERT_TRUE(encodeJPEG(*texturedPicture(c.w, c.h, c.format), {.quality = c.quality}, file));
+    EXPECT_LE(largestDifferenceFromLibjpeg(file, c.format), c.tolerance) << c.w << "x" << c.h << " q" << c.quality;
+  }
+  // Restart markers between strips.
+  const CGImageRef picture = texturedPicture(160, 100, CGPixelFormat::RGB8);
+  JPEGStripEncoder strips(160, 100, CGPixelFormat::RGB8, picture->colorSpace(), {}, 16);
+  for (size_t k = 0; k < strips.stripCount(); ++k) ASSERT_TRUE(strips.encodeStrip(k, *picture, k * strips.stripRows()));
+  std::vector<uint8_t> file;
+  ASSERT_TRUE(strips.finish(file));
+  EXPECT_LE(largestDifferenceFromLibjpeg(file, CGPixelFormat::RGB8), 0);
+}
+
+TEST(JPEGDCScan, LeavesDamagedAndOtherLayoutsToLibjpeg) {
+  std::vector<uint8_t> file;
+  ASSERT_TRUE(encodeJPEG(*texturedPicture(400, 300, CGPixelFormat::RGB8), {}, file));
+  const std::vector<uint8_t> truncated(file.begin(), file.begin() + std::ptrdiff_t(file.size() * 2 / 3));
+  EXPECT_FALSE(decodeData(truncated.data(), truncated.size(), {.maxPixelSize = 40}, "truncated"));
+  auto whole = decodeData(file.data(), file.size(), {.maxPixelSize = 40});
+  ASSERT_TRUE(whole);
+  EXPECT_EQ(whole->image->width(), 50u);
+}
+
+}  // namespace
+}  // namespace brenvia::imageio::detail
