@@ -18,10 +18,9 @@ struct HuffmanDecoder {
   std::array<int32_t, 18> maxCode{};  // largest code of each length, -1 when none
   std::array<int32_t, 17> valueOffset{};
   std::array<uint8_t, 256> values{};
-  // For AC tables: the bits a short code and its magnitude bits take together, and how far the
-  // coefficient index moves (0 at the end of the block).
-  std::array<uint8_t, 1 << kLookBits> skipBits{};
-  std::array<uint8_t, 1 << kLookBits> advance{};
+  // For AC tables: the bits a short code and its magnitude bits take together (low byte; 0 for a
+  // longer code), and how far the coefficient index moves (high byte; 0 at the end of the block).
+  std::array<uint16_t, 1 << kLookBits> shortCode{};
 
   bool build(const JHUFF_TBL* table) {
     if (!table) return false;
@@ -40,8 +39,8 @@ struct HuffmanDecoder {
             const size_t at = size_t((code << shift) | fill);
             const uint8_t symbol = table->huffval[k];
             lookSymbol[at] = symbol;
-            skipBits[at] = uint8_t(length + (symbol & 15));
-            advance[at] = uint8_t((symbol & 15) ? (symbol >> 4) + 1 : symbol == 0xf0 ? 16 : 0);
+            const int advance = (symbol & 15) ? (symbol >> 4) + 1 : symbol == 0xf0 ? 16 : 0;
+            shortCode[at] = uint16_t(advance << 8 | (length + (symbol & 15)));
           }
         }
       }
@@ -136,11 +135,10 @@ class BitReader {
   // index moves, -1 at the end of the block, 0 for a longer code (nothing read).
   int skipShortCode(const HuffmanDecoder& h) {
     if (bits_ < 32) refill();
-    const uint32_t look = peek(kLookBits);
-    const int skip = h.skipBits[look];
-    if (skip == 0) return 0;
-    drop(skip);
-    return h.advance[look] ? h.advance[look] : -1;
+    const uint32_t entry = h.shortCode[peek(kLookBits)];
+    if (entry == 0) return 0;
+    drop(int(entry & 0xff));
+    return (entry >> 8) ? int(entry >> 8) : -1;
   }
 
   // Reads past n bits (at most 31) without their value.
