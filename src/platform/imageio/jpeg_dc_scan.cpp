@@ -31,20 +31,20 @@ struct HuffmanDecoder {
       valueOffset[length] = int32_t(k) - code;
       if (k + size_t(count) > values.size()) return false;
       for (int i = 0; i < count; ++i, ++k, ++code) {
+        if (code >= (1 << length)) return false;  // more codes than the length can hold
         values[k] = table->huffval[k];
         if (length <= kLookBits) {
           const int shift = kLookBits - length;
           for (int fill = 0; fill < (1 << shift); ++fill) {
-            lookLength[size_t((code << shift) | fill)] = uint8_t(length);
             const size_t at = size_t((code << shift) | fill);
             const uint8_t symbol = table->huffval[k];
+            lookLength[at] = uint8_t(length);
             lookSymbol[at] = symbol;
             const int advance = (symbol & 15) ? (symbol >> 4) + 1 : symbol == 0xf0 ? 16 : 0;
             shortCode[at] = uint16_t(advance << 8 | (length + (symbol & 15)));
           }
         }
       }
-      if (code > (1 << length)) return false;  // more codes than the length can hold
       maxCode[length] = count ? code - 1 : -1;
       code <<= 1;
     }

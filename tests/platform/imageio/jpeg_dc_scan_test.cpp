@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace brenvia::imageio::detail {
@@ -86,6 +87,17 @@ TEST(JPEGDCScan, LeavesDamagedAndOtherLayoutsToLibjpeg) {
   auto whole = decodeData(file.data(), file.size(), {.maxPixelSize = 40});
   ASSERT_TRUE(whole);
   EXPECT_EQ(whole->image->width(), 50u);
+  // A Huffman table claiming three codes of one bit: more than the length can hold.
+  std::vector<uint8_t> overfull = file;
+  const uint8_t dht[] = {0xff, 0xc4};
+  auto at = std::search(overfull.begin(), overfull.end(), std::begin(dht), std::end(dht));
+  ASSERT_NE(at, overfull.end());
+  uint8_t* counts = &*at + 5;  // marker, length, class and number
+  auto three = std::find_if(counts + 1, counts + 16, [](uint8_t n) { return n >= 3; });
+  ASSERT_NE(three, counts + 16);
+  *three -= 3;
+  counts[0] += 3;
+  EXPECT_FALSE(decodeData(overfull.data(), overfull.size(), {.maxPixelSize = 40}, "overfull"));
 }
 
 }  // namespace
