@@ -318,7 +318,11 @@ std::shared_ptr<BVImage> BVThumbnailer::_thumbnailFromSource(const Source& sourc
 
 CGImageRef BVThumbnailer::_draw(const Source& source, const Request& request) const {
   const CGSize canvas = canvasFor(request.size, source.pixelSize);
-  CGContextRef context = CGBitmapContextCreateWithSize(canvas);
+  if (!(canvas.width >= 1 && canvas.height >= 1 && canvas.width < 32768 && canvas.height < 32768)) return nullptr;
+  // A device RGB context like CGBitmapContextCreateWithSize's, in Cairo's own pixel order, so that
+  // drawing converts nothing.
+  CGContextRef context = CGBitmapContextCreate(nullptr, size_t(canvas.width), size_t(canvas.height), 8, 0,
+                                               CGColorSpaceCreateDeviceRGB(), kBVBGRA8BitmapInfo);
   if (!context) return nullptr;
   const Placement placement =
       placementFor(canvas, request.size, source.pixelSize, request.options, defaultAspectRatio());
