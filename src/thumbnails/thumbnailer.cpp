@@ -120,9 +120,7 @@ const std::string& BVThumbnailer::_cachesPath() {
   static const std::string path = [] {
     const char* xdg = std::getenv("XDG_CACHE_HOME");
     const char* home = std::getenv("HOME");
-    fs::path base = xdg && *xdg      ? fs::path(xdg)
-                    : home && *home ? fs::path(home) / ".cache"
-                                    : fs::temp_directory_path();
+    fs::path base = xdg && *xdg ? fs::path(xdg) : home && *home ? fs::path(home) / ".cache" : fs::temp_directory_path();
     return (base / "com.tarnwick.brenvia" / "BVThumbnailer").string();
   }();
   return path;
@@ -162,7 +160,9 @@ std::string BVThumbnailer::_fullKeyForKey(std::string_view key, CGSize size, dou
   return std::string(key) + suffix;
 }
 
-CGSize BVThumbnailer::_normalizedSize(CGSize size) { return CGSizeMake(std::round(size.width), std::round(size.height)); }
+CGSize BVThumbnailer::_normalizedSize(CGSize size) {
+  return CGSizeMake(std::round(size.width), std::round(size.height));
+}
 
 double BVThumbnailer::_steppedAlpha(double alpha) {
   const float percent = std::floor(float(alpha * 100.0 + 0.5));
@@ -286,8 +286,8 @@ std::optional<BVThumbnailer::Source> BVThumbnailer::_loadForThumbnail(const std:
   // Decode no larger than the picture's footprint on the canvas needs.
   size_t maxPixelSize = 0;
   if (full.width >= 1 && full.height >= 1) {
-    const Placement placement = placementFor(canvasFor(request.size, full), request.size, full, request.options,
-                                             defaultAspectRatio());
+    const Placement placement =
+        placementFor(canvasFor(request.size, full), request.size, full, request.options, defaultAspectRatio());
     const double needed = std::max(placement.rect.size.width / full.width, placement.rect.size.height / full.height);
     if (needed < 1) maxPixelSize = size_t(std::ceil(needed * std::max(full.width, full.height)));
   }

@@ -161,7 +161,7 @@ struct ScanComponent {
   const jpeg_component_info* info;
   HuffmanDecoder dc, ac;
   int32_t quant = 0, predictor = 0;
-  size_t stride = 0;  // blocks per plane row
+  size_t stride = 0;           // blocks per plane row
   std::vector<uint8_t> plane;  // one sample per block
 };
 
@@ -205,8 +205,9 @@ bool takesLayout(const jpeg_decompress_struct& c, CGPixelFormat format) {
   if (!(gray && format == CGPixelFormat::Gray8) && !(ycc && format == CGPixelFormat::RGB8)) return false;
   for (int i = 0; i < c.comps_in_scan; ++i) {
     const jpeg_component_info* comp = c.cur_comp_info[i];
-    if (!comp || comp->component_index < 0 || comp->component_index >= c.num_components || comp->h_samp_factor < 1 || comp->h_samp_factor > 2 || comp->v_samp_factor < 1 ||
-        comp->v_samp_factor > 2 || c.max_h_samp_factor % comp->h_samp_factor || c.max_v_samp_factor % comp->v_samp_factor)
+    if (!comp || comp->component_index < 0 || comp->component_index >= c.num_components || comp->h_samp_factor < 1 ||
+        comp->h_samp_factor > 2 || comp->v_samp_factor < 1 || comp->v_samp_factor > 2 ||
+        c.max_h_samp_factor % comp->h_samp_factor || c.max_v_samp_factor % comp->v_samp_factor)
       return false;
     if (comp->dc_tbl_no < 0 || comp->dc_tbl_no >= NUM_HUFF_TBLS || comp->ac_tbl_no < 0 ||
         comp->ac_tbl_no >= NUM_HUFF_TBLS)
@@ -243,7 +244,8 @@ const uint8_t* rowAtOutputSize(const ScanComponent& s, size_t stepX, size_t step
   for (size_t x = 0; x < width; ++x) {
     const ptrdiff_t cx = ptrdiff_t(x / stepX);
     const ptrdiff_t nx = stepX == 1 ? cx : x % 2 ? cx + 1 : cx - 1;
-    const int value = (9 * sample(cx, ptrdiff_t(cy)) + 3 * sample(nx, ptrdiff_t(cy)) + 3 * sample(cx, ny) + sample(nx, ny) + 8) >> 4;
+    const int value =
+        (9 * sample(cx, ptrdiff_t(cy)) + 3 * sample(nx, ptrdiff_t(cy)) + 3 * sample(cx, ny) + sample(nx, ny) + 8) >> 4;
     widened[x] = clampSample(value);
   }
   return widened.data();
@@ -272,7 +274,8 @@ bool decodeDCScan(const jpeg_decompress_struct& c, const uint8_t* data, size_t s
   const bool single = c.comps_in_scan == 1;
   const size_t maxH = single ? 1 : size_t(c.max_h_samp_factor), maxV = single ? 1 : size_t(c.max_v_samp_factor);
   auto factors = [single](const jpeg_component_info* info) {
-    return single ? std::pair<size_t, size_t>{1, 1} : std::pair<size_t, size_t>{info->h_samp_factor, info->v_samp_factor};
+    return single ? std::pair<size_t, size_t>{1, 1}
+                  : std::pair<size_t, size_t>{info->h_samp_factor, info->v_samp_factor};
   };
   const size_t mcusPerRow = (c.image_width + 8 * maxH - 1) / (8 * maxH);
   const size_t mcuRows = (c.image_height + 8 * maxV - 1) / (8 * maxV);

@@ -22,9 +22,10 @@ CGImageRef texturedPicture(size_t w, size_t h, CGPixelFormat format) {
       },
       format);
   // Grey pixels in a grey space, so that the file holds one component.
-  return format == CGPixelFormat::Gray8 ? CGImage::create(w, h, picture->bytesPerRow(), format, CGColorSpaceCreateDeviceGray(),
-                                                          std::shared_ptr<const uint8_t[]>(picture, picture->data()))
-                                        : picture;
+  return format == CGPixelFormat::Gray8
+             ? CGImage::create(w, h, picture->bytesPerRow(), format, CGColorSpaceCreateDeviceGray(),
+                               std::shared_ptr<const uint8_t[]>(picture, picture->data()))
+             : picture;
 }
 
 // Largest difference between the DC-only decode and libjpeg's own decode at 1/8 of the size.
@@ -61,7 +62,7 @@ TEST(JPEGDCScan, GivesLibjpegsEighthScaleFromTheDCCoefficients) {
     double quality;
     int tolerance;  // subsampled chroma: libjpeg draws on AC coefficients too
   } cases[] = {
-      {203, 117, CGPixelFormat::RGB8, 1.0, 0},  // 4:4:4
+      {203, 117, CGPixelFormat::RGB8, 1.0, 0},   // 4:4:4
       {203, 117, CGPixelFormat::RGB8, 0.9, 10},  // 4:2:0
       {64, 40, CGPixelFormat::Gray8, 0.8, 0},
   };
