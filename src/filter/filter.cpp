@@ -2,6 +2,7 @@
 
 #include "catalogue/adjustment_filter.h"
 #include "catalogue/curves_filter.h"
+#include "catalogue/image_filter.h"
 #include "filter/dynamic_parameters.h"
 #include "filter/randomization.h"
 #include "platform/coreimage/ci_filter.h"
@@ -32,6 +33,9 @@ const TypeTable& typeTable() {
   once([] {
     table.emplace(kBVFilterTypeAdjustment, classOf<BVAdjustmentFilter>("BVAdjustmentFilter"));
     table.emplace(kBVFilterTypeCurves, classOf<BVCurvesFilter>("BVCurvesFilter"));
+    table.emplace(kBVFilterTypeImage, classOf<BVImageFilter>("BVImageFilter"));
+    table.emplace(kBVFilterTypeRandomImage, classOf<BVRandomImageFilter>("BVRandomImageFilter"));
+    table.emplace(kBVFilterTypeImageSequence, classOf<BVImageSequenceFilter>("BVImageSequenceFilter"));
   });
   return table;
 }
