@@ -146,6 +146,7 @@ TEST(FadeAndSelectiveColor, RecipeValuesBecomeClampAndChannelScales) {
 
 TEST(SharpeningAndVignette, SizeRelativeValues) {
   EXPECT_EQ(input(onlyOperation(make("sharpen", {{"sharpness", 0.7}})), "inputSharpness"), CIValue(double(0.7f)));
+  EXPECT_EQ(input(onlyOperation(make("sharpen", {{"sharpness", {1}}})), "inputSharpness"), CIValue(0.0));
   auto unsharp = make<BVUnsharpMaskFilter>("unsharp", {{"radius", 2}, {"intensity", 0.8}});
   for (const auto& [size, radius] : std::vector<std::pair<CGSize, double>>{{{1280, 1920}, 4}, {{640, 480}, 1.5}}) {
     EXPECT_EQ(input(onlyOperation(unsharp, size), "inputRadius"), CIValue(radius));
