@@ -2,6 +2,7 @@
 
 #include "catalogue/adjustment_filter.h"
 #include "catalogue/color_filter.h"
+#include "catalogue/curves_filter.h"
 #include "catalogue/fade_filter.h"
 #include "catalogue/levels_filter.h"
 #include "catalogue/selective_color_filter.h"
@@ -37,6 +38,7 @@ const TypeTable& typeTable() {
   static TypeTable table;
   once([] {
     table.emplace(kBVFilterTypeAdjustment, classOf<BVAdjustmentFilter>("BVAdjustmentFilter"));
+    table.emplace(kBVFilterTypeCurves, classOf<BVCurvesFilter>("BVCurvesFilter"));
     table.emplace(kBVFilterTypeColor, classOf<BVColorFilter>("BVColorFilter"));
     table.emplace(kBVFilterTypeLevels, classOf<BVLevelsFilter>("BVLevelsFilter"));
     table.emplace(kBVFilterTypeFade, classOf<BVFadeFilter>("BVFadeFilter"));

@@ -3,12 +3,11 @@
 #include "platform/coreimage/ci_filter.h"
 #include "platform/coreimage/ops/op_support.h"
 #include "platform/foundation/once.h"
+#include "platform/foundation/recently_used_cache.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <list>
-#include <mutex>
 
 namespace brenvia {
 namespace {
@@ -19,50 +18,29 @@ struct CubeKey {
   bool operator==(const CubeKey&) const = default;
 };
 
-// A few cubes stay built: a recipe rarely has more than one key, and each cube is 4 MB.
-class CubeCache {
- public:
-  CIData cube(const CubeKey& key) {
-    std::lock_guard lock(mutex_);
-    auto hit = std::find_if(entries_.begin(), entries_.end(), [&](const auto& e) { return e.first == key; });
-    if (hit != entries_.end()) {
-      entries_.splice(entries_.begin(), entries_, hit);
-      return hit->second;
-    }
-    entries_.emplace_front(key, build(key));
-    if (entries_.size() > kCapacity) entries_.pop_back();
-    return entries_.front().second;
-  }
-
- private:
-  static constexpr size_t kCapacity = 4;
-
-  static CIData build(const CubeKey& key) {
-    constexpr int n = kBVChromaKeyCubeDimension;
-    auto bytes = std::make_shared<std::vector<uint8_t>>(size_t(n) * n * n * 4 * sizeof(float));
-    uint8_t* out = bytes->data();
-    const double low = key.hue - key.threshold, high = key.hue + key.threshold;
-    for (int b = 0; b < n; ++b) {
-      for (int g = 0; g < n; ++g) {
-        for (int r = 0; r < n; ++r) {
-          const double R = r / 63.0, G = g / 63.0, B = b / 63.0;
-          const double h = BVChromaKeyConvertRGBToHSV(R, G, B).hue;
-          const double a = low < h && h < high ? 0.0 : 1.0;
-          const float cell[4] = {float(R * a), float(G * a), float(B * a), float(a)};
-          std::memcpy(out, cell, sizeof cell);
-          out += sizeof cell;
-        }
+CIData buildCube(const CubeKey& key) {
+  constexpr int n = kBVChromaKeyCubeDimension;
+  auto bytes = std::make_shared<std::vector<uint8_t>>(size_t(n) * n * n * 4 * sizeof(float));
+  uint8_t* out = bytes->data();
+  const double low = key.hue - key.threshold, high = key.hue + key.threshold;
+  for (int b = 0; b < n; ++b) {
+    for (int g = 0; g < n; ++g) {
+      for (int r = 0; r < n; ++r) {
+        const double R = r / 63.0, G = g / 63.0, B = b / 63.0;
+        const double h = BVChromaKeyConvertRGBToHSV(R, G, B).hue;
+        const double a = low < h && h < high ? 0.0 : 1.0;
+        const float cell[4] = {float(R * a), float(G * a), float(B * a), float(a)};
+        std::memcpy(out, cell, sizeof cell);
+        out += sizeof cell;
       }
     }
-    return bytes;
   }
+  return bytes;
+}
 
-  std::mutex mutex_;
-  std::list<std::pair<CubeKey, CIData>> entries_;
-};
-
-CubeCache& cubeCache() {
-  static CubeCache cache;
+// A few cubes stay built: a recipe rarely has more than one key, and each cube is 4 MB.
+BVRecentlyUsedCache<CubeKey, CIData>& cubeCache() {
+  static BVRecentlyUsedCache<CubeKey, CIData> cache(4);
   return cache;
 }
 
@@ -97,7 +75,8 @@ BVHSV BVChromaKeyConvertRGBToHSV(double red, double green, double blue) {
 
 CIData BVChromaKeyColorCube(const CIColor& key, double threshold) {
   const double keyHue = BVChromaKeyConvertRGBToHSV(key.red(), key.green(), key.blue()).hue;
-  return cubeCache().cube({keyHue, double(float(threshold) * 360.0f)});
+  const CubeKey band{keyHue, double(float(threshold) * 360.0f)};
+  return cubeCache().valueFor(band, [&] { return buildCube(band); });
 }
 
 void BVRegisterChromaKeyCIFilter() {

@@ -1,12 +1,14 @@
-// HEIF/HEIC reading and writing with libheif: the primary picture, and its disparity map or
-// portrait matte when asked for.
+// HEIF/HEIC reading and writing with libheif: the primary picture or a stored thumbnail of it, and
+// its disparity map or portrait matte when asked for.
 
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
 
 #include <libheif/heif.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace brenvia::imageio::detail {
 namespace {
@@ -152,6 +154,29 @@ HandlePtr auxiliaryHandle(heif_image_handle* primary, AuxiliaryImage which) {
 }
 
 // Auxiliary maps are data, not colour: grey and untagged.
+// The smallest thumbnail stored with the picture whose longer side is at least `minimum`; null
+// when there is none. Thumbnails that are not smaller than the picture are passed over.
+HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
+  const int width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
+  std::vector<heif_item_id> ids(size_t(std::max(0, heif_image_handle_get_number_of_thumbnails(primary))));
+  ids.resize(size_t(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size())))));
+  HandlePtr best;
+  int bestSide = 0;
+  for (heif_item_id id : ids) {
+    heif_image_handle* found = nullptr;
+    if (heif_image_handle_get_thumbnail(primary, id, &found).code != heif_error_Ok) continue;
+    HandlePtr thumbnail(found);
+    const int w = heif_image_handle_get_width(found), h = heif_image_handle_get_height(found);
+    const int side = std::max(w, h);
+    const bool smaller = w >= 1 && h >= 1 && w <= width && h <= height && side < std::max(width, height);
+    if (smaller && size_t(side) >= minimum && (!best || side < bestSide)) {
+      best = std::move(thumbnail);
+      bestSide = side;
+    }
+  }
+  return best;
+}
+
 bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImage& out, std::string& why) {
   HandlePtr aux = auxiliaryHandle(primary, which);
   if (!aux) return true;
@@ -187,9 +212,12 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
   out.properties["Orientation"] = 1;
   if (mode == ReadMode::HeaderOnly) return true;
 
+  // A stored thumbnail that is large enough spares decoding the full picture.
+  HandlePtr thumbnail = options.maxPixelSize ? thumbnailHandle(primary.get(), options.maxPixelSize) : nullptr;
+  heif_image_handle* chosen = thumbnail ? thumbnail.get() : primary.get();
   PixelBuffer pixels;
-  if (!decodeHandle(primary.get(), false, pixels, why)) return false;
-  CGColorSpaceRef space = heifColorSpace(primary.get(), pixels);
+  if (!decodeHandle(chosen, false, pixels, why)) return false;
+  CGColorSpaceRef space = heifColorSpace(chosen, pixels);
   return pixels.finishInto(out, std::move(space), "HEIF", why);
 }
 

@@ -30,7 +30,8 @@ enum class AuxiliaryImage { None, Disparity, PortraitMatte };
 struct DecodeOptions {
   // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
   // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
-  // side >= maxPixelSize). Other formats are always decoded at full size.
+  // side >= maxPixelSize). HEIF: the smallest thumbnail stored in the file whose longer side is at
+  // least maxPixelSize, when there is one. Other formats are always decoded at full size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
   // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
@@ -126,12 +127,18 @@ class JPEGStripEncoder {
   std::unique_ptr<State> state_;
 };
 
+// How far a written file is safe. Flushed: its data reach the disk before it takes the
+// destination's name, so it survives a power loss too. Renamed: a crashing process never leaves a
+// partial file, but a power loss may; for files that are checked when read and can be made again
+// (caches), and that are written too often to wait for the disk each time.
+enum class WriteDurability { Flushed, Renamed };
+
 // A file written under a temporary name beside its destination and renamed over it by commit(),
 // so the destination is either untouched or complete. Dropped without a commit, the temporary
 // file is removed. After a failure error() says why and every later call fails.
 class AtomicFileWriter {
  public:
-  explicit AtomicFileWriter(std::string path);
+  explicit AtomicFileWriter(std::string path, WriteDurability durability = WriteDurability::Flushed);
   ~AtomicFileWriter();
   AtomicFileWriter(const AtomicFileWriter&) = delete;
   AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
@@ -146,6 +153,7 @@ class AtomicFileWriter {
   bool fail(const char* what);
 
   std::string path_, temp_, error_;
+  WriteDurability durability_;
   int fd_ = -1;
   size_t written_ = 0;
   bool committed_ = false;
@@ -155,6 +163,7 @@ class AtomicFileWriter {
 // the destination is either untouched or complete. On failure the temporary file is removed and
 // the reason is stored in `error`, or logged as "[ImageIO] Could not write `<path>`: <reason>" when
 // `error` is null.
-bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error = nullptr);
+bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error = nullptr,
+                         WriteDurability durability = WriteDurability::Flushed);
 
 }  // namespace brenvia::imageio
