@@ -30,7 +30,9 @@ void processLoop(benchmark::State& state, const Value& recipe) {
 const std::vector<std::pair<const char*, Value>>& recipes() {
   static const std::vector<std::pair<const char*, Value>> all = {
       {"none", Value::array()},
-      {"color", Value::array({{{"type", "color"}, {"colorHex", "#f2c48d"}, {"mode", "SoftLight"}, {"alpha", 0.35}}})},
+      {"color", Value::array({{{"type", "color"}, {"colorHex", "#f2c48d"}, {"alpha", 0.35}}})},
+      {"colorSoftLight",
+       Value::array({{{"type", "color"}, {"colorHex", "#f2c48d"}, {"mode", "SoftLight"}, {"alpha", 0.35}}})},
       {"levels", Value::array({{{"type", "levels"}, {"inputBlack", 10}, {"outputWhite", 240}}})},
       {"fade", Value::array({{{"type", "fade"}, {"intensity", 0.3}}})},
       {"selectiveColor", Value::array({{{"type", "selectiveColor"}, {"orangeAdjustment", 1.5}}})},
