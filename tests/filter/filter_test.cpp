@@ -75,8 +75,8 @@ TEST(FilterFactory, BuildsKnownTypesAndLogsTheOthers) {
                                                  "[BVFilter] Unable to initialize filter subclass for `(null)`"}));
 
   log.lines.clear();
-  EXPECT_EQ(BVFilter::filterWithParameters({{"type", "color"}}), nullptr);
-  EXPECT_EQ(log.lines, (std::vector<std::string>{"[BVFilter] Unable to initialize filter subclass for `color`"}));
+  EXPECT_EQ(BVFilter::filterWithParameters({{"type", "colour"}}), nullptr);
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"[BVFilter] Unable to initialize filter subclass for `colour`"}));
   EXPECT_TRUE(BVFilter::filtersWithArray(Value("adjustment")).empty());
 }
 
