@@ -226,8 +226,8 @@ class BVFilter : public BVCoding {
   void clearProcessingCacheForImageNamed(const std::string& name) const;
   int64_t processingCachesByteSizeForImageNamed(const std::string& name) const;
   // The picture placed on a canvas of `size`: scaled by the mode and moved by the position bits.
-  // Small or cached requests go through the thumbnailer; others read the file, never decoding it
-  // only to learn its size. Null, with a log line, when no file is found.
+  // Small requests go through the thumbnailer; larger ones read the file, which the engine then
+  // resamples tile by tile, and never decode it only to learn its size. Null, with a log line, when no file is found.
   CIImageRef CIImageNamed(const std::string& name, CGSize size, int scalingMode, BVImagePosition position) const;
   // The first existing file of the name: <path>/<name>.png, .jpg, .jpeg, _<width>.jpg, _1936.jpg,
   // then the resource folder's <name>.jpg and .png. In custom mode a file made for the nearest

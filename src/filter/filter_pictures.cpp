@@ -184,8 +184,6 @@ CIImageRef BVFilter::CIImageNamed(const std::string& name, CGSize size, int scal
     std::shared_ptr<BVImage> image = imageNamed(name, size, scalingMode);
     return image ? image->CIImage() : nullptr;
   };
-  std::shared_ptr<BVProcessing> running = processor();
-  if (running && running->prefersCachedPictures()) return cachedRoute();
   // The pixel size comes from the file's header: the picture is not decoded to learn it.
   CGSize pixels = CGSizeZero;
   if (std::optional<Value> properties = imageio::readProperties(*path)) {

@@ -51,7 +51,6 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   CGRect processingRect() const override { return processingRect_; }
   BVFilterArray filters() const override { return filters_; }
   std::shared_ptr<const void> randomizationContext() const override { return randomizationContext_; }
-  bool prefersCachedPictures() const override { return options_.returnCIImage; }
 
   void setFilters(BVFilterArray filters) { filters_ = std::move(filters); }
   const BVImageProcessorOptions& options() const { return options_; }

@@ -28,9 +28,6 @@ class BVProcessing {
   virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
   // The object under which the run's random numbers are drawn, or null.
   virtual std::shared_ptr<const void> randomizationContext() const { return nullptr; }
-  // Whether filter pictures should come from the thumbnail cache whatever their size: true for
-  // runs that render many frames, or that hand back a deferred image.
-  virtual bool prefersCachedPictures() const { return false; }
   // For a live preview, the least number of seconds between two random draws of a filter's values;
   // none for processors that render single pictures.
   virtual std::optional<double> randomizationFrequency() const { return std::nullopt; }
