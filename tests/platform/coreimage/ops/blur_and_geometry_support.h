@@ -149,7 +149,8 @@ inline void expectPixels(const CIImageRef& image, const std::function<Pixel(int,
 }
 
 // One thread with tiles of 512 against each (threads, tile size) pair, bit for bit.
-inline void expectTileIndependent(const CIImageRef& image, std::initializer_list<std::pair<int, int>> setups = {{2, 37}}) {
+inline void expectTileIndependent(const CIImageRef& image,
+                                  std::initializer_list<std::pair<int, int>> setups = {{2, 37}}) {
   auto with = [&](int threads, int tile) {
     CIContextOptions o = unmanaged();
     o.tileSize = tile;
