@@ -271,6 +271,7 @@ TEST_F(BVImageFiles, UndecodableInputIsLogged) {
   }
 }
 
+// Applying the orientation on load is shared with the file loads and checked there.
 TEST_F(BVImageFiles, BothDataLoadsTakeTheOrientationOfTheData) {
   for (bool png : {false, true}) {
     SCOPED_TRACE(png);
@@ -287,11 +288,6 @@ TEST_F(BVImageFiles, BothDataLoadsTakeTheOrientationOfTheData) {
     EXPECT_EQ(engine->backingStorage(), BVImage::kBackingStorageCoreImage);
     EXPECT_EQ(engine->imageOrientation(), BVImageOrientationRight);
     EXPECT_TRUE(log.lines.empty());
-
-    auto turned = BVImage::initWithData(bytes, {{"storageAPI", "coreImage"}, {"applyOrientation", true}});
-    ASSERT_TRUE(turned);
-    EXPECT_EQ(turned->imageOrientation(), BVImageOrientationUp);
-    expectCorners(turned->CGImage(), {kBlue, kRed, kWhite, kGreen});
   }
 }
 
