@@ -57,6 +57,16 @@ inline constexpr CGBitmapInfo kCGBitmapByteOrder32Little = 0x2000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrder32Big = 0x4000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrderMask = 0x7000;
 
+enum CGLineJoin : int32_t { kCGLineJoinMiter = 0, kCGLineJoinRound, kCGLineJoinBevel };
+enum CGLineCap : int32_t { kCGLineCapButt = 0, kCGLineCapRound, kCGLineCapSquare };
+enum CGPathDrawingMode : int32_t {
+  kCGPathFill = 0,
+  kCGPathEOFill,
+  kCGPathStroke,
+  kCGPathFillStroke,
+  kCGPathEOFillStroke,
+};
+
 enum CGInterpolationQuality : int32_t {
   kCGInterpolationDefault = 0,
   kCGInterpolationNone = 1,
@@ -110,5 +120,50 @@ void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
 void CGContextClearRect(const CGContextRef& c, const CGRect& rect);
 // Draws the image upright, stretched to fill `rect`.
 void CGContextDrawImage(const CGContextRef& c, const CGRect& rect, const CGImageRef& image);
+
+// The current path. Points are taken through the transform in force when they are added; the
+// line width and dashes are measured through the transform in force when the path is stroked. The
+// path is no part of the graphics state: saving and restoring leave it alone, and painting it
+// (fill, stroke, draw) empties it. Lines and curves without a current point are ignored, as are
+// non-finite points.
+void CGContextBeginPath(const CGContextRef& c);
+void CGContextMoveToPoint(const CGContextRef& c, double x, double y);
+void CGContextAddLineToPoint(const CGContextRef& c, double x, double y);
+void CGContextAddCurveToPoint(const CGContextRef& c, double cp1x, double cp1y, double cp2x, double cp2y, double x,
+                              double y);
+void CGContextAddQuadCurveToPoint(const CGContextRef& c, double cpx, double cpy, double x, double y);
+void CGContextClosePath(const CGContextRef& c);
+// A closed subpath each; the ellipse is four Bezier quarters.
+void CGContextAddRect(const CGContextRef& c, const CGRect& rect);
+void CGContextAddEllipseInRect(const CGContextRef& c, const CGRect& rect);
+// A move to the first point and lines through the others.
+void CGContextAddLines(const CGContextRef& c, const CGPoint* points, size_t count);
+bool CGContextIsPathEmpty(const CGContextRef& c);
+// In the current user space; CGPointZero without a current point.
+CGPoint CGContextGetPathCurrentPoint(const CGContextRef& c);
+
+// Stroke parameters, part of the graphics state. Widths below zero, miter limits below one and
+// dash patterns with a negative or no positive length are ignored; no lengths clears the dashes.
+void CGContextSetRGBStrokeColor(const CGContextRef& c, double red, double green, double blue, double alpha);
+void CGContextSetStrokeColorWithColor(const CGContextRef& c, const CGColorRef& color);
+void CGContextSetLineWidth(const CGContextRef& c, double width);
+void CGContextSetLineJoin(const CGContextRef& c, CGLineJoin join);
+void CGContextSetLineCap(const CGContextRef& c, CGLineCap cap);
+void CGContextSetMiterLimit(const CGContextRef& c, double limit);
+void CGContextSetLineDash(const CGContextRef& c, double phase, const double* lengths, size_t count);
+
+// Paint the current path through the state's alpha, clip and blend mode, then empty it. The modes
+// that fill and stroke fill first and composite the stroke over the result.
+void CGContextDrawPath(const CGContextRef& c, CGPathDrawingMode mode);
+void CGContextFillPath(const CGContextRef& c);
+void CGContextEOFillPath(const CGContextRef& c);
+void CGContextStrokePath(const CGContextRef& c);
+// Shorthands that replace the current path with the shape and paint it.
+void CGContextStrokeRect(const CGContextRef& c, const CGRect& rect);
+void CGContextStrokeRectWithWidth(const CGContextRef& c, const CGRect& rect, double width);
+void CGContextFillEllipseInRect(const CGContextRef& c, const CGRect& rect);
+void CGContextStrokeEllipseInRect(const CGContextRef& c, const CGRect& rect);
+// Strokes separate segments between points 0-1, 2-3 and so on.
+void CGContextStrokeLineSegments(const CGContextRef& c, const CGPoint* points, size_t count);
 
 }  // namespace brenvia
