@@ -66,10 +66,23 @@ class CGContextPath {
   std::optional<CGPoint> current_, subpathStart_;
 };
 
-// Byte offsets of the four channels within a pixel of a bitmap-info layout.
+// How a context's pixels are stored in the caller's memory: bytes, one grey byte, or half or
+// single floats with premultiplied alpha.
+enum class CGPixelEncoding { Bytes, Gray8, Half, Float };
+
+// Component indices of the four channels within a pixel of a bitmap-info layout.
 struct CGPixelLayout {
   int a, r, g, b;
   bool hasAlpha;
+  CGPixelEncoding encoding = CGPixelEncoding::Bytes;
+  size_t bytesPerPixel() const {
+    switch (encoding) {
+      case CGPixelEncoding::Gray8: return 1;
+      case CGPixelEncoding::Half: return 8;
+      case CGPixelEncoding::Float: return 16;
+      default: return 4;
+    }
+  }
 };
 
 class CGContext {
@@ -97,6 +110,7 @@ class CGContext {
   void* data() const;
   size_t width() const, height() const, bytesPerRow() const;
   CGBitmapInfo bitmapInfo() const { return info_; }
+  const CGPixelLayout& layout() const { return layout_; }
   const CGColorSpaceRef& colorSpace() const { return space_; }
 
  private:

@@ -53,6 +53,7 @@ inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipLast = 5;
 inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipFirst = 6;
 inline constexpr CGBitmapInfo kCGBitmapAlphaInfoMask = 0x1F;
 inline constexpr CGBitmapInfo kCGBitmapFloatComponents = 0x100;
+inline constexpr CGBitmapInfo kCGBitmapByteOrder16Little = 0x1000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrder32Little = 0x2000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrder32Big = 0x4000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrderMask = 0x7000;
@@ -79,9 +80,12 @@ class CGContext;
 using CGContextRef = std::shared_ptr<CGContext>;
 
 // A context over `data` (rows of `bytesPerRow`), or over memory it allocates itself when `data`
-// is null (bytesPerRow 0 lets it choose). Takes 8-bit four-byte pixels in any of the alpha and
-// byte-order layouts above; null for other layouts, bad sizes or a missing colour space. The
-// caller's memory must outlive the context and holds the drawing after every drawing call.
+// is null (bytesPerRow 0 lets it choose). An RGB space takes 8-bit four-byte pixels in any of the
+// alpha and byte-order layouts above, or half (16-bit) or single (32-bit) float R,G,B,A in host
+// order with premultiplied or skipped alpha last; a grey space takes one byte a pixel without
+// alpha. Null for other layouts, bad sizes or a missing colour space. The caller's memory must
+// outlive the context and holds the drawing after every drawing call. Drawing itself keeps 8 bits
+// a channel: float values are clamped to 0-1, and grey contexts keep the luma of what is drawn.
 CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent,
                                    size_t bytesPerRow, const CGColorSpaceRef& space, CGBitmapInfo bitmapInfo);
 void* CGBitmapContextGetData(const CGContextRef& c);
@@ -91,7 +95,8 @@ size_t CGBitmapContextGetBytesPerRow(const CGContextRef& c);
 size_t CGBitmapContextGetBitsPerPixel(const CGContextRef& c);
 CGBitmapInfo CGBitmapContextGetBitmapInfo(const CGContextRef& c);
 CGColorSpaceRef CGBitmapContextGetColorSpace(const CGContextRef& c);
-// A copy of the pixels as a premultiplied image, top row first; null without a context.
+// A copy of the pixels, top row first: grey bytes for a grey context, else premultiplied B,G,R,A
+// bytes; null without a context.
 CGImageRef CGBitmapContextCreateImage(const CGContextRef& c);
 
 // The graphics state: transform, alpha, blend mode, clip mask, fill colour, interpolation.
