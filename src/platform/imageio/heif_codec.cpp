@@ -6,6 +6,8 @@
 
 #include <libheif/heif.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace brenvia::imageio::detail {
@@ -151,6 +153,30 @@ HandlePtr auxiliaryHandle(heif_image_handle* primary, AuxiliaryImage which) {
   return nullptr;
 }
 
+// The smallest thumbnail whose longer side still reaches `target` and whose shape is the
+// primary's, up to a pixel of rounding; null without a target or such a thumbnail.
+HandlePtr thumbnailFor(heif_image_handle* primary, size_t target) {
+  if (target == 0) return nullptr;
+  std::vector<heif_item_id> ids(std::max(0, heif_image_handle_get_number_of_thumbnails(primary)));
+  ids.resize(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size()))));
+  const int64_t width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
+  HandlePtr best;
+  int64_t bestLonger = std::max(width, height);
+  for (heif_item_id id : ids) {
+    heif_image_handle* raw = nullptr;
+    if (heif_image_handle_get_thumbnail(primary, id, &raw).code != heif_error_Ok) continue;
+    HandlePtr thumbnail(raw);
+    const int64_t w = heif_image_handle_get_width(raw), h = heif_image_handle_get_height(raw);
+    const int64_t longer = std::max(w, h);
+    const bool sameShape = std::abs(w * height - h * width) <= std::max(width, height);
+    if (sameShape && longer >= int64_t(target) && longer < bestLonger) {
+      best = std::move(thumbnail);
+      bestLonger = longer;
+    }
+  }
+  return best;
+}
+
 // Auxiliary maps are data, not colour: grey and untagged.
 bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImage& out, std::string& why) {
   HandlePtr aux = auxiliaryHandle(primary, which);
@@ -187,9 +213,14 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
   out.properties["Orientation"] = 1;
   if (mode == ReadMode::HeaderOnly) return true;
 
+  // A thumbnail large enough spares decoding the whole picture; it takes the primary's colour
+  // when it carries none of its own.
+  HandlePtr thumbnail = thumbnailFor(primary.get(), options.maxPixelSize);
+  heif_image_handle* picture = thumbnail ? thumbnail.get() : primary.get();
   PixelBuffer pixels;
-  if (!decodeHandle(primary.get(), false, pixels, why)) return false;
-  CGColorSpaceRef space = heifColorSpace(primary.get(), pixels);
+  if (!decodeHandle(picture, false, pixels, why)) return false;
+  const bool ownColour = heif_image_handle_get_color_profile_type(picture) != heif_color_profile_type_not_present;
+  CGColorSpaceRef space = heifColorSpace(ownColour ? picture : primary.get(), pixels);
   return pixels.finishInto(out, std::move(space), "HEIF", why);
 }
 

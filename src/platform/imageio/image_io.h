@@ -29,8 +29,11 @@ enum class AuxiliaryImage { None, Disparity, PortraitMatte };
 
 struct DecodeOptions {
   // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
-  // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
-  // side >= maxPixelSize). Other formats are always decoded at full size.
+  // least this many pixels: reduced by 1/2, 1/4 or 1/8, the smallest that keeps the longer side
+  // >= maxPixelSize, with sizes rounded up. JPEG scales while decoding and WebP with its own
+  // scaler; PNG, TIFF and HEIF average blocks of pixels after the decode. HEIF first takes the
+  // smallest thumbnail of the picture's shape that is large enough, where the file has one, and
+  // reduces that by the same rule. Auxiliary maps are always decoded at their own size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
   // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
