@@ -37,6 +37,7 @@ struct CGGraphicsState {
   double alpha = 1.0;
   CGBlendMode blendMode = kCGBlendModeNormal;
   graphics::SurfacePtr clipMask;  // A8 in device pixels; null: no clip
+  CGRect clipBounds = CGRectInfinite;  // the mask rectangles' bounds in y-up device pixels
   double fill[4] = {0, 0, 0, 1};  // straight RGBA
   double stroke[4] = {0, 0, 0, 1};
   cairo_filter_t filter = CAIRO_FILTER_GOOD;

@@ -430,6 +430,8 @@ void CGContextClipToMask(const CGContextRef& c, const CGRect& rect, const CGImag
   cairo_destroy(cr);
   cairo_surface_flush(clip.get());
   c->state().clipMask = std::move(clip);
+  const CGRect bounds = isFinite(rect) ? CGRectApplyAffineTransform(rect, CGContextGetCTM(c)) : CGRectNull;
+  c->state().clipBounds = CGRectIntersection(c->state().clipBounds, bounds);
 }
 
 // Transforms that are singular or not finite are ignored (see isFinite).
@@ -461,7 +463,9 @@ CGAffineTransform CGContextGetCTM(const CGContextRef& c) {
 
 CGRect CGContextGetClipBoundingBox(const CGContextRef& c) {
   if (!c) return CGRectNull;
-  const CGRect device = CGRectMake(0, 0, double(c->width()), double(c->height()));
+  const CGRect bitmap = CGRectMake(0, 0, double(c->width()), double(c->height()));
+  const CGRect device = CGRectIntersection(bitmap, c->state().clipBounds);
+  if (CGRectIsNull(device)) return CGRectNull;
   return CGRectApplyAffineTransform(device, CGAffineTransformInvert(CGContextGetCTM(c)));
 }
 

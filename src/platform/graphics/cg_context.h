@@ -117,7 +117,8 @@ void CGContextScaleCTM(const CGContextRef& c, double sx, double sy);
 void CGContextRotateCTM(const CGContextRef& c, double angle);
 void CGContextConcatCTM(const CGContextRef& c, const CGAffineTransform& t);
 CGAffineTransform CGContextGetCTM(const CGContextRef& c);
-// The user-space bounds of the drawable area: the whole bitmap (a mask clip is not tightened).
+// The user-space bounds of the drawable area: the bitmap, cut to the rectangles of the masks
+// clipped to (not to their covered pixels); CGRectNull when nothing can be drawn.
 CGRect CGContextGetClipBoundingBox(const CGContextRef& c);
 
 void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
