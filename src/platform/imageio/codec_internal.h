@@ -44,6 +44,11 @@ unsigned scaleDenominator(size_t width, size_t height, size_t target);
 // Null when memory is short.
 CGImageRef reduceByAveraging(const CGImage& image, unsigned denominator);
 
+// A depth map that stores distance, uniform between the planes zNear and zFar (0 < zNear < zFar),
+// as the disparity its callers expect: zNear / Z, so 1 at the near plane, in 16-bit grey. Null
+// for other layouts than untagged Gray8 and Gray16, or when memory is short.
+CGImageRef disparityFromUniformDepth(const CGImage& depth, double zNear, double zFar);
+
 // False, with a reason, when a picture of this size must not be decoded.
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why);
 

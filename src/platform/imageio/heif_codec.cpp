@@ -7,6 +7,7 @@
 #include <libheif/heif.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -177,7 +178,24 @@ HandlePtr thumbnailFor(heif_image_handle* primary, size_t target) {
   return best;
 }
 
-// Auxiliary maps are data, not colour: grey and untagged.
+// The near and far planes of a depth map that stores distance uniformly between them; nothing
+// for maps that store disparity or inverse distance already, or whose planes are not given.
+std::optional<std::pair<double, double>> uniformDepthPlanes(heif_image_handle* primary) {
+  heif_item_id id;
+  const heif_depth_representation_info* info = nullptr;
+  if (heif_image_handle_get_list_of_depth_image_IDs(primary, &id, 1) != 1 ||
+      !heif_image_handle_get_depth_image_representation_info(primary, id, &info) || !info)
+    return std::nullopt;
+  std::optional<std::pair<double, double>> planes;
+  if (info->depth_representation_type == heif_depth_representation_type_uniform_Z && info->has_z_near &&
+      info->has_z_far && info->z_near > 0 && info->z_near < info->z_far)
+    planes = std::make_pair(info->z_near, info->z_far);
+  heif_depth_representation_info_free(info);
+  return planes;
+}
+
+// Auxiliary maps are data, not colour: grey and untagged. A map of distances is turned into
+// disparity, the form callers of the disparity map work with.
 bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImage& out, std::string& why) {
   HandlePtr aux = auxiliaryHandle(primary, which);
   if (!aux) return true;
@@ -185,10 +203,32 @@ bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImag
   if (!decodeHandle(aux.get(), true, pixels, why)) return false;
   out.properties = baseProperties(pixels.width, pixels.height);
   out.image = pixels.finish(nullptr);
-  return true;
+  const auto planes = which == AuxiliaryImage::Disparity ? uniformDepthPlanes(primary) : std::nullopt;
+  if (planes && out.image) out.image = disparityFromUniformDepth(*out.image, planes->first, planes->second);
+  if (!out.image) why = "HEIF: the auxiliary map could not be made";
+  return out.image != nullptr;
 }
 
 }  // namespace
+
+CGImageRef disparityFromUniformDepth(const CGImage& depth, double zNear, double zFar) {
+  const bool deep = depth.format() == CGPixelFormat::Gray16;
+  if (!deep && depth.format() != CGPixelFormat::Gray8) return nullptr;
+  PixelBuffer pixels;
+  if (!pixels.allocate(depth.width(), depth.height(), CGPixelFormat::Gray16)) return nullptr;
+  const double top = deep ? 65535.0 : 255.0;
+  for (size_t y = 0; y < depth.height(); ++y) {
+    const uint8_t* in = depth.row(y);
+    auto* out = reinterpret_cast<uint16_t*>(pixels.row(y));
+    for (size_t x = 0; x < depth.width(); ++x) {
+      uint16_t sample = in[x];
+      if (deep) std::memcpy(&sample, in + 2 * x, 2);
+      const double z = zNear + sample / top * (zFar - zNear);
+      out[x] = uint16_t(std::lround(65535.0 * zNear / z));
+    }
+  }
+  return pixels.finish(nullptr);
+}
 
 bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why) {
   ContextPtr context(heif_context_alloc());
