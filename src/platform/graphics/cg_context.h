@@ -142,6 +142,11 @@ void CGContextClosePath(const CGContextRef& c);
 // A closed subpath each; the ellipse is four Bezier quarters.
 void CGContextAddRect(const CGContextRef& c, const CGRect& rect);
 void CGContextAddEllipseInRect(const CGContextRef& c, const CGRect& rect);
+// An arc of the circle around (x, y) from one angle to the other (radians, counter-clockwise from
+// the x axis in y-up space), going clockwise when `clockwise` is non-zero, at most one full turn.
+// It starts with a line from the current point when there is one, else with a move.
+void CGContextAddArc(const CGContextRef& c, double x, double y, double radius, double startAngle, double endAngle,
+                     int clockwise);
 // A move to the first point and lines through the others.
 void CGContextAddLines(const CGContextRef& c, const CGPoint* points, size_t count);
 bool CGContextIsPathEmpty(const CGContextRef& c);

@@ -160,6 +160,32 @@ void CGContextAddEllipseInRect(const CGContextRef& c, const CGRect& rect) {
   CGContextClosePath(c);
 }
 
+// Each piece of at most a quarter turn is one cubic whose control points lie on the tangents at
+// its ends, 4/3 tan(a/4) radii away: the usual close fit of a circular arc.
+void CGContextAddArc(const CGContextRef& c, double x, double y, double radius, double startAngle, double endAngle,
+                     int clockwise) {
+  if (!c || !std::isfinite(x) || !std::isfinite(y) || !std::isfinite(radius) || radius < 0 ||
+      !std::isfinite(startAngle) || !std::isfinite(endAngle))
+    return;
+  constexpr double kTurn = 2 * M_PI;
+  double sweep = clockwise ? startAngle - endAngle : endAngle - startAngle;
+  if (sweep < 0) sweep = std::fmod(sweep, kTurn) + kTurn;
+  sweep = std::min(sweep, kTurn);
+  auto pointAt = [&](double angle) { return CGPointMake(x + radius * std::cos(angle), y + radius * std::sin(angle)); };
+  const CGPoint start = pointAt(startAngle);
+  if (c->path().currentPoint()) CGContextAddLineToPoint(c, start.x, start.y);
+  else CGContextMoveToPoint(c, start.x, start.y);
+  const int pieces = std::max(1, int(std::ceil(sweep / (M_PI / 2) - 1e-9)));
+  const double step = (clockwise ? -sweep : sweep) / pieces;
+  const double reach = radius * 4.0 / 3.0 * std::tan(step / 4);
+  for (int i = 0; i < pieces; ++i) {
+    const double a0 = startAngle + i * step, a1 = a0 + step;
+    const CGPoint p0 = pointAt(a0), p1 = pointAt(a1);
+    CGContextAddCurveToPoint(c, p0.x - reach * std::sin(a0), p0.y + reach * std::cos(a0), p1.x + reach * std::sin(a1),
+                             p1.y - reach * std::cos(a1), p1.x, p1.y);
+  }
+}
+
 void CGContextAddLines(const CGContextRef& c, const CGPoint* points, size_t count) {
   if (!c || !points || count == 0) return;
   CGContextMoveToPoint(c, points[0].x, points[0].y);

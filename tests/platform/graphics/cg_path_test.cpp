@@ -102,6 +102,31 @@ TEST(CGContextPath, ThePathOutlivesTheStateAndPaintsThroughAlphaAndClip) {
   EXPECT_NEAR(canvas.alphaAt(2, 4), 128, 1);
 }
 
+TEST(CGContextPath, ArcsTurnTheAskedWayAndAFullTurnIsTheCircle) {
+  // Pies from the centre: a quarter counter-clockwise from the x axis is the upper right quarter
+  // (the top rows in memory); clockwise between the same angles it is the other three.
+  const double quarter = M_PI / 2;
+  const struct {
+    int clockwise;
+    bool upperRight, upperLeft, lowerRight;
+  } cases[] = {{0, true, false, false}, {1, false, true, true}};
+  for (const auto& c : cases) {
+    Canvas canvas;
+    CGContextMoveToPoint(canvas.context, 4, 4);
+    CGContextAddArc(canvas.context, 4, 4, 4, 0, quarter, c.clockwise);
+    CGContextClosePath(canvas.context);
+    CGContextFillPath(canvas.context);
+    EXPECT_EQ(canvas.alphaAt(5, 2) == 255, c.upperRight) << c.clockwise;
+    EXPECT_EQ(canvas.alphaAt(2, 2) == 255, c.upperLeft) << c.clockwise;
+    EXPECT_EQ(canvas.alphaAt(5, 5) == 255, c.lowerRight) << c.clockwise;
+  }
+  Canvas arc, ellipse;
+  CGContextAddArc(arc.context, 4, 4, 3.5, 1, 1 + 2 * M_PI, 0);
+  CGContextFillPath(arc.context);
+  CGContextFillEllipseInRect(ellipse.context, CGRectMake(0.5, 0.5, 7, 7));
+  for (size_t y = 0; y < kSide; ++y) expectNear(arc.alphaRow(y), ellipse.alphaRow(y), "circle");
+}
+
 TEST(CGContextPath, CurrentPointFollowsTheTransformAndBadPointsAreIgnored) {
   Canvas canvas;
   CGContextAddLineToPoint(canvas.context, 5, 5);  // no current point yet
