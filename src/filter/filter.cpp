@@ -1,6 +1,7 @@
 #include "filter/filter.h"
 
 #include "catalogue/adjustment_filter.h"
+#include "catalogue/curves_filter.h"
 #include "filter/dynamic_parameters.h"
 #include "filter/randomization.h"
 #include "platform/coreimage/ci_filter.h"
@@ -30,6 +31,7 @@ const TypeTable& typeTable() {
   static TypeTable table;
   once([] {
     table.emplace(kBVFilterTypeAdjustment, classOf<BVAdjustmentFilter>("BVAdjustmentFilter"));
+    table.emplace(kBVFilterTypeCurves, classOf<BVCurvesFilter>("BVCurvesFilter"));
   });
   return table;
 }

@@ -1,6 +1,7 @@
 #include "curves/acv_object.h"
 #include "curves/color_curve.h"
 #include "curves/data_scanner.h"
+#include "curves/acv_test_support.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -102,19 +103,6 @@ TEST(CurveValue, OptionsAndCopies) {
   ASSERT_TRUE(copied.masterCurve());
   EXPECT_NE(copied.masterCurve(), withMaster.masterCurve());
   EXPECT_EQ(copied.masterCurve()->points(), ends.points());
-}
-
-// An ACV file: version, count, then for each curve its points as (y, x), all big-endian.
-BVData acv(int16_t version, const std::vector<BVPointList>& curves) {
-  auto bytes = std::make_shared<std::vector<uint8_t>>();
-  auto put = [&](int v) { bytes->insert(bytes->end(), {uint8_t(uint16_t(v) >> 8), uint8_t(v)}); };
-  put(version);
-  put(int(curves.size()));
-  for (const auto& points : curves) {
-    put(int(points.size()));
-    for (const CGPoint& p : points) put(int(p.y)), put(int(p.x));
-  }
-  return bytes;
 }
 
 const BVPointList kDiagonal{{0, 0}, {255, 255}};

@@ -11,6 +11,7 @@ void addOpsCommand(CLI::App& app);
 void addRenderCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addCurveCommand(CLI::App& app);
+void addThumbnailCommand(CLI::App& app);
 
 int exitStatus();
 void setExitStatus(int status);

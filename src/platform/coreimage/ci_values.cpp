@@ -25,6 +25,13 @@ CIColor::CIColor(double r, double g, double b, double a, CGColorSpaceRef space)
   if (space_->model() == CGColorSpaceModel::Monochrome) g_ = b_ = r_;
 }
 
+CIColor CIColor::colorWithCGColor(const CGColorRef& color) {
+  if (!color || color->components().size() < 2) return CIColor();
+  const std::vector<double>& c = color->components();
+  if (c.size() < 4) return CIColor(c[0], c[0], c[0], c.back(), color->colorSpace());
+  return CIColor(c[0], c[1], c[2], c[3], color->colorSpace());
+}
+
 std::string CIColor::stringRepresentation() const {
   return number(r_) + " " + number(g_) + " " + number(b_) + " " + number(a_);
 }

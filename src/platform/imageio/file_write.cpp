@@ -37,7 +37,8 @@ std::string temporaryName(const std::string& path, unsigned attempt) {
 
 }  // namespace
 
-AtomicFileWriter::AtomicFileWriter(std::string path) : path_(std::move(path)) {
+AtomicFileWriter::AtomicFileWriter(std::string path, WriteDurability durability)
+    : path_(std::move(path)), durability_(durability) {
   if (path_.empty() || path_.back() == '/') {
     error_ = "not a file name";
     return;
@@ -60,14 +61,16 @@ bool AtomicFileWriter::append(const uint8_t* data, size_t size) {
   if (!ok()) return false;
   if (!writeAll(fd_, data, size)) return fail("cannot write the data");
   // Writing back starts now, so that the flush of commit() has little left to wait for.
-  ::sync_file_range(fd_, off64_t(written_), off64_t(size), SYNC_FILE_RANGE_WRITE);
+  if (durability_ == WriteDurability::Flushed) {
+    ::sync_file_range(fd_, off64_t(written_), off64_t(size), SYNC_FILE_RANGE_WRITE);
+  }
   written_ += size;
   return true;
 }
 
 bool AtomicFileWriter::commit() {
   if (!ok()) return false;
-  if (::fsync(fd_) != 0) return fail("cannot flush the data to disk");
+  if (durability_ == WriteDurability::Flushed && ::fsync(fd_) != 0) return fail("cannot flush the data to disk");
   int fd = fd_;
   fd_ = -1;
   if (::close(fd) != 0) return fail("cannot close the file");
@@ -81,8 +84,9 @@ bool AtomicFileWriter::fail(const char* what) {
   return false;
 }
 
-bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error) {
-  AtomicFileWriter file(path);
+bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error,
+                         WriteDurability durability) {
+  AtomicFileWriter file(path, durability);
   if (file.append(bytes.data(), bytes.size()) && file.commit()) return true;
   if (error) {
     *error = file.error();

@@ -1,5 +1,5 @@
-// HEIF/HEIC reading and writing with libheif: the primary picture, and its disparity map or
-// portrait matte when asked for.
+// HEIF/HEIC reading and writing with libheif: the primary picture or a stored thumbnail of it, and
+// its disparity map or portrait matte when asked for.
 
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace brenvia::imageio::detail {
 namespace {
@@ -154,25 +155,26 @@ HandlePtr auxiliaryHandle(heif_image_handle* primary, AuxiliaryImage which) {
   return nullptr;
 }
 
-// The smallest thumbnail whose longer side still reaches `target` and whose shape is the
-// primary's, up to a pixel of rounding; null without a target or such a thumbnail.
-HandlePtr thumbnailFor(heif_image_handle* primary, size_t target) {
-  if (target == 0) return nullptr;
-  std::vector<heif_item_id> ids(std::max(0, heif_image_handle_get_number_of_thumbnails(primary)));
-  ids.resize(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size()))));
+// The smallest thumbnail stored with the picture whose longer side is at least `minimum`; null
+// when there is none. Thumbnails that are not smaller than the picture, or not of its shape (up to
+// a pixel of rounding), are passed over.
+HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
   const int64_t width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
+  std::vector<heif_item_id> ids(size_t(std::max(0, heif_image_handle_get_number_of_thumbnails(primary))));
+  ids.resize(size_t(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size())))));
   HandlePtr best;
-  int64_t bestLonger = std::max(width, height);
+  int64_t bestSide = 0;
   for (heif_item_id id : ids) {
-    heif_image_handle* raw = nullptr;
-    if (heif_image_handle_get_thumbnail(primary, id, &raw).code != heif_error_Ok) continue;
-    HandlePtr thumbnail(raw);
-    const int64_t w = heif_image_handle_get_width(raw), h = heif_image_handle_get_height(raw);
-    const int64_t longer = std::max(w, h);
+    heif_image_handle* found = nullptr;
+    if (heif_image_handle_get_thumbnail(primary, id, &found).code != heif_error_Ok) continue;
+    HandlePtr thumbnail(found);
+    const int64_t w = heif_image_handle_get_width(found), h = heif_image_handle_get_height(found);
+    const int64_t side = std::max(w, h);
+    const bool smaller = w >= 1 && h >= 1 && w <= width && h <= height && side < std::max(width, height);
     const bool sameShape = std::abs(w * height - h * width) <= std::max(width, height);
-    if (sameShape && longer >= int64_t(target) && longer < bestLonger) {
+    if (smaller && sameShape && side >= int64_t(minimum) && (!best || side < bestSide)) {
       best = std::move(thumbnail);
-      bestLonger = longer;
+      bestSide = side;
     }
   }
   return best;
@@ -253,14 +255,14 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
   out.properties["Orientation"] = 1;
   if (mode == ReadMode::HeaderOnly) return true;
 
-  // A thumbnail large enough spares decoding the whole picture; it takes the primary's colour
-  // when it carries none of its own.
-  HandlePtr thumbnail = thumbnailFor(primary.get(), options.maxPixelSize);
-  heif_image_handle* picture = thumbnail ? thumbnail.get() : primary.get();
+  // A stored thumbnail that is large enough spares decoding the full picture; it takes the
+  // primary's colour when it carries none of its own.
+  HandlePtr thumbnail = options.maxPixelSize ? thumbnailHandle(primary.get(), options.maxPixelSize) : nullptr;
+  heif_image_handle* chosen = thumbnail ? thumbnail.get() : primary.get();
   PixelBuffer pixels;
-  if (!decodeHandle(picture, false, pixels, why)) return false;
-  const bool ownColour = heif_image_handle_get_color_profile_type(picture) != heif_color_profile_type_not_present;
-  CGColorSpaceRef space = heifColorSpace(ownColour ? picture : primary.get(), pixels);
+  if (!decodeHandle(chosen, false, pixels, why)) return false;
+  const bool ownColour = heif_image_handle_get_color_profile_type(chosen) != heif_color_profile_type_not_present;
+  CGColorSpaceRef space = heifColorSpace(ownColour ? chosen : primary.get(), pixels);
   return pixels.finishInto(out, std::move(space), "HEIF", why);
 }
 

@@ -32,8 +32,8 @@ struct DecodeOptions {
   // least this many pixels: reduced by 1/2, 1/4 or 1/8, the smallest that keeps the longer side
   // >= maxPixelSize, with sizes rounded up. JPEG scales while decoding and WebP with its own
   // scaler; PNG, TIFF and HEIF average blocks of pixels after the decode. HEIF first takes the
-  // smallest thumbnail of the picture's shape that is large enough, where the file has one, and
-  // reduces that by the same rule. Auxiliary maps are always decoded at their own size.
+  // smallest thumbnail stored in the file, of the picture's shape, whose longer side is at least
+  // maxPixelSize, and reduces that by the same rule. Auxiliary maps keep their own size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
   // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing. A depth map
@@ -130,12 +130,18 @@ class JPEGStripEncoder {
   std::unique_ptr<State> state_;
 };
 
+// How far a written file is safe. Flushed: its data reach the disk before it takes the
+// destination's name, so it survives a power loss too. Renamed: a crashing process never leaves a
+// partial file, but a power loss may; for files that are checked when read and can be made again
+// (caches), and that are written too often to wait for the disk each time.
+enum class WriteDurability { Flushed, Renamed };
+
 // A file written under a temporary name beside its destination and renamed over it by commit(),
 // so the destination is either untouched or complete. Dropped without a commit, the temporary
 // file is removed. After a failure error() says why and every later call fails.
 class AtomicFileWriter {
  public:
-  explicit AtomicFileWriter(std::string path);
+  explicit AtomicFileWriter(std::string path, WriteDurability durability = WriteDurability::Flushed);
   ~AtomicFileWriter();
   AtomicFileWriter(const AtomicFileWriter&) = delete;
   AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
@@ -150,6 +156,7 @@ class AtomicFileWriter {
   bool fail(const char* what);
 
   std::string path_, temp_, error_;
+  WriteDurability durability_;
   int fd_ = -1;
   size_t written_ = 0;
   bool committed_ = false;
@@ -159,6 +166,7 @@ class AtomicFileWriter {
 // the destination is either untouched or complete. On failure the temporary file is removed and
 // the reason is stored in `error`, or logged as "[ImageIO] Could not write `<path>`: <reason>" when
 // `error` is null.
-bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error = nullptr);
+bool writeFileAtomically(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error = nullptr,
+                         WriteDurability durability = WriteDurability::Flushed);
 
 }  // namespace brenvia::imageio

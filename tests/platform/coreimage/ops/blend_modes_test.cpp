@@ -1,5 +1,7 @@
 #include "platform/coreimage/ops/compositing_test_support.h"
 
+#include "operators/library_operators.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,6 +45,12 @@ const std::map<std::string, std::function<double(double, double)>>& separable() 
       {"CILinearDodgeBlendMode", [](double b, double s) { return std::min(1.0, b + s); }},
       {"CISubtractBlendMode", [](double b, double s) { return std::max(0.0, b - s); }},
       {"CIDivideBlendMode", [](double b, double s) { return s == 0 ? (b == 0 ? 0 : 1) : std::min(1.0, b / s); }},
+      {"BVVividLightBlendMode",
+       [](double b, double s) {
+         if (s <= 0.5) return s <= 0 ? 0 : std::max(0.0, 1 - (1 - b) / (2 * s));
+         return s >= 1 ? 1 : std::min(1.0, b / (2 * (1 - s)));
+       }},
+      {"BVLinearLightBlendMode", [](double b, double s) { return std::clamp(b + 2 * s - 1, 0.0, 1.0); }},
   };
   return modes;
 }
@@ -94,6 +102,7 @@ const std::map<std::string, std::function<Rgb(const Rgb&, const Rgb&)>>& nonSepa
 }
 
 std::vector<std::string> allModes() {
+  BVRegisterLibraryOperators();
   std::vector<std::string> names;
   for (const auto& [name, fn] : separable()) names.push_back(name);
   for (const auto& [name, fn] : nonSeparable()) names.push_back(name);
