@@ -4,47 +4,62 @@
 #include "platform/imageio/codec_internal.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstdint>
+#include <type_traits>
+#include <vector>
 
 namespace brenvia::imageio::detail {
 namespace {
 
 bool hasStraightAlpha(CGPixelFormat f) { return f == CGPixelFormat::RGBA8 || f == CGPixelFormat::RGBA16; }
 
-template <class T>
-T fromMean(double v) {
-  if constexpr (std::is_floating_point_v<T>) return T(v);
-  return T(std::lround(v));
+// The rounded quotient for integer samples, the plain one for floats; 0 for an empty divisor.
+template <class Sum>
+Sum mean(Sum sum, Sum divisor) {
+  if (divisor == 0) return 0;
+  if constexpr (std::is_floating_point_v<Sum>) return sum / divisor;
+  return (sum + divisor / 2) / divisor;
 }
 
-// Sums each block of `d` rows and columns, then writes the means. With straight alpha the last
-// component is the weight of the others, so transparent pixels lend no colour.
-template <class T>
-void averageBlocks(const CGImage& in, unsigned d, PixelBuffer& out) {
-  const size_t n = CGPixelFormatComponents(in.format());
-  const bool weighted = hasStraightAlpha(in.format());
-  std::vector<double> sums(out.width * n);
+// Sums each block of `d` rows and columns of N-component pixels, then writes the means. With
+// straight alpha the last component weighs the others, so transparent pixels lend no colour.
+template <class T, class Sum, size_t N, bool Weighted>
+void averageBlocks(const CGImage& in, size_t d, PixelBuffer& out) {
+  std::vector<Sum> sums(out.width * N);
   for (size_t oy = 0; oy < out.height; ++oy) {
-    std::fill(sums.begin(), sums.end(), 0.0);
-    const size_t firstRow = oy * d, rows = std::min<size_t>(d, in.height() - firstRow);
+    std::fill(sums.begin(), sums.end(), Sum(0));
+    const size_t firstRow = oy * d, rows = std::min(d, in.height() - firstRow);
     for (size_t y = firstRow; y < firstRow + rows; ++y) {
-      const T* row = reinterpret_cast<const T*>(in.row(y));
-      for (size_t x = 0; x < in.width(); ++x) {
-        double* sum = &sums[x / d * n];
-        const T* pixel = row + x * n;
-        const double weight = weighted ? double(pixel[n - 1]) : 1.0;
-        for (size_t c = 0; c + 1 < n; ++c) sum[c] += double(pixel[c]) * weight;
-        sum[n - 1] += double(pixel[n - 1]);
+      const T* pixel = reinterpret_cast<const T*>(in.row(y));
+      Sum* sum = sums.data();
+      for (size_t x = 0; x < in.width(); x += d, sum += N) {
+        for (const T* end = pixel + std::min(d, in.width() - x) * N; pixel < end; pixel += N) {
+          const Sum weight = Weighted ? Sum(pixel[N - 1]) : Sum(1);
+          for (size_t c = 0; c + 1 < N; ++c) sum[c] += Sum(pixel[c]) * weight;
+          sum[N - 1] += Sum(pixel[N - 1]);
+        }
       }
     }
     T* target = reinterpret_cast<T*>(out.row(oy));
-    for (size_t ox = 0; ox < out.width; ++ox) {
-      const double count = double(rows * std::min<size_t>(d, in.width() - ox * d));
-      const double* sum = &sums[ox * n];
-      const double colourDivisor = weighted ? sum[n - 1] : count;
-      for (size_t c = 0; c + 1 < n; ++c) target[ox * n + c] = fromMean<T>(colourDivisor > 0 ? sum[c] / colourDivisor : 0);
-      target[ox * n + n - 1] = fromMean<T>(sum[n - 1] / count);
+    for (size_t ox = 0; ox < out.width; ++ox, target += N) {
+      const Sum count = Sum(rows * std::min(d, in.width() - ox * d));
+      const Sum* sum = &sums[ox * N];
+      for (size_t c = 0; c + 1 < N; ++c) target[c] = T(mean(sum[c], Weighted ? sum[N - 1] : count));
+      target[N - 1] = T(mean(sum[N - 1], count));
     }
+  }
+}
+
+// Integer samples sum exactly in 64 bits: a block of 8 x 8 weighted 16-bit samples stays below 2^39.
+template <class T>
+void averageBlocksOf(const CGImage& in, size_t d, PixelBuffer& out) {
+  using Sum = std::conditional_t<std::is_floating_point_v<T>, double, uint64_t>;
+  const bool weighted = hasStraightAlpha(in.format());
+  switch (CGPixelFormatComponents(in.format())) {
+    case 1: return averageBlocks<T, Sum, 1, false>(in, d, out);
+    case 3: return averageBlocks<T, Sum, 3, false>(in, d, out);
+    default:
+      return weighted ? averageBlocks<T, Sum, 4, true>(in, d, out) : averageBlocks<T, Sum, 4, false>(in, d, out);
   }
 }
 
@@ -65,9 +80,9 @@ CGImageRef reduceByAveraging(const CGImage& image, unsigned denominator) {
   switch (image.format()) {
     case CGPixelFormat::Gray16:
     case CGPixelFormat::RGB16:
-    case CGPixelFormat::RGBA16: averageBlocks<uint16_t>(image, unsigned(d), out); break;
-    case CGPixelFormat::RGBAFloatPremultiplied: averageBlocks<float>(image, unsigned(d), out); break;
-    default: averageBlocks<uint8_t>(image, unsigned(d), out); break;
+    case CGPixelFormat::RGBA16: averageBlocksOf<uint16_t>(image, d, out); break;
+    case CGPixelFormat::RGBAFloatPremultiplied: averageBlocksOf<float>(image, d, out); break;
+    default: averageBlocksOf<uint8_t>(image, d, out); break;
   }
   return out.finish(image.colorSpace());
 }
