@@ -164,7 +164,8 @@ void CGContextSetMiterLimit(const CGContextRef& c, double limit);
 void CGContextSetLineDash(const CGContextRef& c, double phase, const double* lengths, size_t count);
 
 // Paint the current path through the state's alpha, clip and blend mode, then empty it. The modes
-// that fill and stroke fill first and composite the stroke over the result.
+// that fill and stroke fill first and composite the stroke over the result. Unknown modes paint
+// nothing and keep the path.
 void CGContextDrawPath(const CGContextRef& c, CGPathDrawingMode mode);
 void CGContextFillPath(const CGContextRef& c);
 void CGContextEOFillPath(const CGContextRef& c);

@@ -247,7 +247,7 @@ void CGContextSetLineDash(const CGContextRef& c, double phase, const double* len
 }
 
 void CGContextDrawPath(const CGContextRef& c, CGPathDrawingMode mode) {
-  if (!c || c->path().empty()) return;
+  if (!c || c->path().empty() || mode < kCGPathFill || mode > kCGPathEOFillStroke) return;
   const bool evenOdd = mode == kCGPathEOFill || mode == kCGPathEOFillStroke;
   const cairo_fill_rule_t rule = evenOdd ? CAIRO_FILL_RULE_EVEN_ODD : CAIRO_FILL_RULE_WINDING;
   if (mode != kCGPathStroke) paint(c, false, rule);
