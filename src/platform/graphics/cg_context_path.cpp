@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace brenvia {
 namespace {
@@ -167,7 +168,7 @@ void CGContextAddArc(const CGContextRef& c, double x, double y, double radius, d
   if (!c || !std::isfinite(x) || !std::isfinite(y) || !std::isfinite(radius) || radius < 0 ||
       !std::isfinite(startAngle) || !std::isfinite(endAngle))
     return;
-  constexpr double kTurn = 2 * M_PI;
+  constexpr double kTurn = 2 * std::numbers::pi;
   double sweep = clockwise ? startAngle - endAngle : endAngle - startAngle;
   if (sweep < 0) sweep = std::fmod(sweep, kTurn) + kTurn;
   sweep = std::min(sweep, kTurn);
@@ -175,7 +176,7 @@ void CGContextAddArc(const CGContextRef& c, double x, double y, double radius, d
   const CGPoint start = pointAt(startAngle);
   if (c->path().currentPoint()) CGContextAddLineToPoint(c, start.x, start.y);
   else CGContextMoveToPoint(c, start.x, start.y);
-  const int pieces = std::max(1, int(std::ceil(sweep / (M_PI / 2) - 1e-9)));
+  const int pieces = std::max(1, int(std::ceil(sweep / (std::numbers::pi / 2) - 1e-9)));
   const double step = (clockwise ? -sweep : sweep) / pieces;
   const double reach = radius * 4.0 / 3.0 * std::tan(step / 4);
   for (int i = 0; i < pieces; ++i) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <numbers>
 
 namespace brenvia {
 namespace {
@@ -105,7 +106,7 @@ TEST(CGContextPath, ThePathOutlivesTheStateAndPaintsThroughAlphaAndClip) {
 TEST(CGContextPath, ArcsTurnTheAskedWayAndAFullTurnIsTheCircle) {
   // Pies from the centre: a quarter counter-clockwise from the x axis is the upper right quarter
   // (the top rows in memory); clockwise between the same angles it is the other three.
-  const double quarter = M_PI / 2;
+  const double quarter = std::numbers::pi / 2;
   const struct {
     int clockwise;
     bool upperRight, upperLeft, lowerRight;
@@ -121,7 +122,7 @@ TEST(CGContextPath, ArcsTurnTheAskedWayAndAFullTurnIsTheCircle) {
     EXPECT_EQ(canvas.alphaAt(5, 5) == 255, c.lowerRight) << c.clockwise;
   }
   Canvas arc, ellipse;
-  CGContextAddArc(arc.context, 4, 4, 3.5, 1, 1 + 2 * M_PI, 0);
+  CGContextAddArc(arc.context, 4, 4, 3.5, 1, 1 + 2 * std::numbers::pi, 0);
   CGContextFillPath(arc.context);
   CGContextFillEllipseInRect(ellipse.context, CGRectMake(0.5, 0.5, 7, 7));
   for (size_t y = 0; y < kSide; ++y) expectNear(arc.alphaRow(y), ellipse.alphaRow(y), "circle");
