@@ -10,66 +10,60 @@
 namespace brenvia {
 namespace {
 
-// A 2 by 1 context whose right pixel starts as (0.25, 0.5, 0.75, 1); the left pixel is then
-// filled with half-transparent red. Values are read back from the caller's memory as floats.
-struct Layout {
-  const char* name;
-  CGBitmapInfo info;
-  size_t bitsPerComponent, components;
-  bool grey;
+// Component c of pixel x in caller memory of 8-bit, half or single float components, as 0-1.
+float component(const std::vector<uint8_t>& memory, size_t bits, size_t components, size_t x, size_t c) {
+  const uint8_t* at = memory.data() + (x * components + c) * bits / 8;
+  if (bits == 8) return float(*at) / 255.0f;
+  if (bits == 16) return float(*reinterpret_cast<const _Float16*>(at));
+  return *reinterpret_cast<const float*>(at);
+}
 
-  size_t bytesPerPixel() const { return bitsPerComponent / 8 * components; }
-  float read(const std::vector<uint8_t>& memory, size_t x, size_t c) const {
-    const uint8_t* at = memory.data() + x * bytesPerPixel() + c * bitsPerComponent / 8;
-    if (bitsPerComponent == 8) return float(*at) / 255.0f;
-    if (bitsPerComponent == 32) return *reinterpret_cast<const float*>(at);
-    return float(*reinterpret_cast<const _Float16*>(at));
-  }
-  void write(std::vector<uint8_t>& memory, size_t x, size_t c, float v) const {
-    uint8_t* at = memory.data() + x * bytesPerPixel() + c * bitsPerComponent / 8;
-    if (bitsPerComponent == 8) *at = uint8_t(std::lround(v * 255));
-    if (bitsPerComponent == 32) std::memcpy(at, &v, 4);
-    if (bitsPerComponent == 16) *reinterpret_cast<_Float16*>(at) = _Float16(v);
-  }
-};
+void setComponent(std::vector<uint8_t>& memory, size_t bits, size_t components, size_t x, size_t c, float v) {
+  uint8_t* at = memory.data() + (x * components + c) * bits / 8;
+  if (bits == 8) *at = uint8_t(std::lround(v * 255));
+  if (bits == 16) *reinterpret_cast<_Float16*>(at) = _Float16(v);
+  if (bits == 32) std::memcpy(at, &v, 4);
+}
 
+// A 2 by 1 context whose right pixel starts as (0.25, 0.5, 0.75, 1): the left pixel is filled with
+// half-transparent red, and both are read back from the caller's memory.
 TEST(CGContextLayouts, FloatAndGreyMemoryIsReadAndWrittenAroundEachDraw) {
-  const Layout layouts[] = {
-      {"half", kBVRGBAhBitmapInfo, 16, 4, false},
-      {"float", kCGBitmapFloatComponents | kCGBitmapByteOrder32Little | kCGImageAlphaPremultipliedLast, 32, 4, false},
-      {"grey", kCGImageAlphaNone, 8, 1, true},
+  const struct {
+    const char* name;
+    CGBitmapInfo info;
+    size_t bits, components;
+  } layouts[] = {
+      {"half", kBVRGBAhBitmapInfo, 16, 4},
+      {"float", kCGBitmapFloatComponents | kCGBitmapByteOrder32Little | kCGImageAlphaPremultipliedLast, 32, 4},
+      {"grey", kCGImageAlphaNone, 8, 1},
   };
   const float start[] = {0.25f, 0.5f, 0.75f, 1.0f};
-  for (const Layout& l : layouts) {
-    std::vector<uint8_t> memory(2 * l.bytesPerPixel(), 0);
-    for (size_t c = 0; c < l.components; ++c) l.write(memory, 1, c, start[c]);
-    auto space = l.grey ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB();
-    CGContextRef context = CGBitmapContextCreate(memory.data(), 2, 1, l.bitsPerComponent, 2 * l.bytesPerPixel(),
-                                                 space, l.info);
+  for (const auto& l : layouts) {
+    const bool grey = l.components == 1;
+    const size_t pixelBytes = l.bits / 8 * l.components;
+    std::vector<uint8_t> memory(2 * pixelBytes, 0);
+    for (size_t c = 0; c < l.components; ++c) setComponent(memory, l.bits, l.components, 1, c, start[c]);
+    auto space = grey ? CGColorSpaceCreateDeviceGray() : CGColorSpaceCreateDeviceRGB();
+    CGContextRef context = CGBitmapContextCreate(memory.data(), 2, 1, l.bits, 2 * pixelBytes, space, l.info);
     ASSERT_TRUE(context) << l.name;
-    EXPECT_EQ(CGBitmapContextGetBitsPerPixel(context), l.bytesPerPixel() * 8) << l.name;
+    EXPECT_EQ(CGBitmapContextGetBitsPerPixel(context), pixelBytes * 8) << l.name;
     CGContextSetRGBFillColor(context, 1, 0, 0, 0.5);
     CGContextFillRect(context, CGRectMake(0, 0, 1, 1));
     // Over black, the grey context keeps the luma of half red.
-    const std::vector<float> left = l.grey ? std::vector<float>{0.2126f * 0.5f} : std::vector<float>{0.5f, 0, 0, 0.5f};
+    const std::vector<float> left = grey ? std::vector<float>{0.2126f * 0.5f} : std::vector<float>{0.5f, 0, 0, 0.5f};
     for (size_t c = 0; c < l.components; ++c) {
-      EXPECT_NEAR(l.read(memory, 0, c), left[c], 1.5 / 255) << l.name << " channel " << c;
-      EXPECT_NEAR(l.read(memory, 1, c), start[c], 1.0 / 255) << l.name << " channel " << c;
+      EXPECT_NEAR(component(memory, l.bits, l.components, 0, c), left[c], 1.5 / 255) << l.name << " " << c;
+      EXPECT_NEAR(component(memory, l.bits, l.components, 1, c), start[c], 1.0 / 255) << l.name << " " << c;
     }
     CGImageRef image = CGBitmapContextCreateImage(context);
     ASSERT_TRUE(image) << l.name;
-    EXPECT_EQ(image->format(), l.grey ? CGPixelFormat::Gray8 : CGPixelFormat::BGRA8Premultiplied) << l.name;
-    EXPECT_NEAR(image->row(0)[l.grey ? 1 : 4], l.grey ? 64 : 191, 1) << l.name;  // blue byte of B,G,R,A
+    EXPECT_EQ(image->format(), grey ? CGPixelFormat::Gray8 : CGPixelFormat::BGRA8Premultiplied) << l.name;
+    EXPECT_NEAR(image->row(0)[grey ? 1 : 4], grey ? 64 : 191, 1) << l.name;  // blue byte of B,G,R,A
   }
-}
-
-TEST(CGContextLayouts, OwnMemoryHasTheRowLengthOfTheLayout) {
-  CGContextRef half = CGBitmapContextCreate(nullptr, 3, 2, 16, 0, CGColorSpaceCreateDeviceRGB(), kBVRGBAhBitmapInfo);
-  ASSERT_TRUE(half);
-  EXPECT_EQ(CGBitmapContextGetBytesPerRow(half), 3u * 8);
-  CGContextSetRGBFillColor(half, 0, 0, 1, 1);
-  CGContextFillRect(half, CGRectMake(0, 0, 3, 2));
-  EXPECT_EQ(float(static_cast<const _Float16*>(CGBitmapContextGetData(half))[2]), 1.0f);
+  // Memory of its own has rows of the layout's pixel size.
+  CGContextRef own = CGBitmapContextCreate(nullptr, 3, 2, 16, 0, CGColorSpaceCreateDeviceRGB(), kBVRGBAhBitmapInfo);
+  ASSERT_TRUE(own);
+  EXPECT_EQ(CGBitmapContextGetBytesPerRow(own), 3u * 8);
 }
 
 TEST(CGContextLayouts, UnsupportedLayoutsGiveNoContext) {

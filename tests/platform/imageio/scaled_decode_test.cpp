@@ -1,7 +1,5 @@
-// Decodes with a maximum size: every format reduces by the same rule, averages what it reduces,
-// and HEIF starts from a thumbnail when the file has one large enough.
+// Decodes with a maximum size: every format reduces by the same rule and averages what it reduces.
 
-#include "platform/imageio/heif_test_support.h"
 #include "platform/imageio/imageio_test_support.h"
 
 #include <functional>
@@ -79,49 +77,6 @@ TEST(ImageIOScaledDecode, TransparentPixelsLendNoColour) {
     EXPECT_EQ((std::array<int, 4>{sample(*decoded->image, x, 0, 0), sample(*decoded->image, x, 0, 1),
                                   sample(*decoded->image, x, 0, 2), sample(*decoded->image, x, 0, 3)}),
               (std::array<int, 4>{255, 0, 0, 128}));
-}
-
-// A 256 x 128 red picture with a blue 64 x 32 thumbnail and a green square one, so the pixels
-// tell which was read.
-std::vector<uint8_t> heifWithThumbnails() {
-  heif_context* context = heif_context_alloc();
-  heif_encoder* encoder = nullptr;
-  heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder);
-  auto encode = [&](int w, int h, int channel) {
-    heif_image* image = makeHeifImage(w, h, false, [=](int, int, int c) { return uint8_t(c == channel ? 220 : 20); });
-    heif_image_handle* handle = nullptr;
-    heif_context_encode_image(context, image, encoder, nullptr, &handle);
-    heif_image_release(image);
-    return handle;
-  };
-  heif_image_handle* main = encode(256, 128, 0);
-  for (heif_image_handle* thumbnail : {encode(64, 32, 2), encode(100, 100, 1)}) {
-    heif_context_assign_thumbnail(context, thumbnail, main);
-    heif_image_handle_release(thumbnail);
-  }
-  std::vector<uint8_t> bytes;
-  heif_writer writer{1, appendHeifBytes};
-  heif_context_write(context, &writer, &bytes);
-  heif_image_handle_release(main);
-  heif_encoder_release(encoder);
-  heif_context_free(context);
-  return bytes;
-}
-
-// The thumbnail chosen is reduced further by the same rule; one of another shape is passed over.
-TEST(ImageIOScaledDecode, HeifThumbnailsOfThePicturesShapeAreReducedFurther) {
-  const auto bytes = heifWithThumbnails();
-  const struct {
-    size_t request, width;
-    int channel;
-  } cases[] = {{20, 32, 2}, {90, 128, 0}};
-  for (const auto& c : cases) {
-    auto decoded = decodeAt(bytes, c.request);
-    ASSERT_TRUE(decoded) << c.request;
-    EXPECT_EQ(decoded->image->width(), c.width) << c.request;
-    EXPECT_EQ(decoded->image->height(), c.width / 2) << c.request;
-    EXPECT_GT(sample(*decoded->image, 3, 3, c.channel), 128) << c.request;
-  }
 }
 
 }  // namespace
