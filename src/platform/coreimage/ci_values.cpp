@@ -16,7 +16,7 @@ std::string number(double v) {
 
 std::string CIVector::stringRepresentation() const {
   std::string s = "[";
-  for (size_t i = 0; i < values_.size(); ++i) s += (i ? " " : "") + number(values_[i]);
+  for (size_t i = 0; i < values_.size(); ++i) s.append(i ? " " : "").append(number(values_[i]));
   return s + "]";
 }
 
