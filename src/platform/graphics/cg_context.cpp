@@ -1,4 +1,5 @@
 #include "platform/graphics/cairo_support.h"
+#include "platform/graphics/half_float.h"
 
 #include <algorithm>
 #include <bit>
@@ -53,7 +54,13 @@ std::optional<CGPixelLayout> layoutFor(CGBitmapInfo info, size_t bitsPerComponen
   return byteLayoutFor(info);
 }
 
-using Half = _Float16;
+// Half floats are stored as their bit patterns.
+struct Half {
+  uint16_t bits;
+  Half() = default;
+  explicit Half(float v) : bits(halfFromFloat(v)) {}
+  explicit operator float() const { return floatFromHalf(bits); }
+};
 
 uint8_t unitToByte(float v) { return uint8_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); }
 

@@ -153,8 +153,9 @@ bool CGContextIsPathEmpty(const CGContextRef& c);
 // In the current user space; CGPointZero without a current point.
 CGPoint CGContextGetPathCurrentPoint(const CGContextRef& c);
 
-// Stroke parameters, part of the graphics state. Widths below zero, miter limits below one and
-// dash patterns with a negative or no positive length are ignored; no lengths clears the dashes.
+// Stroke parameters, part of the graphics state. Width 0 strokes one device pixel wide. Widths
+// below zero, miter limits below one and dash patterns with a negative or no positive length are
+// ignored; no lengths clears the dashes.
 void CGContextSetRGBStrokeColor(const CGContextRef& c, double red, double green, double blue, double alpha);
 void CGContextSetStrokeColorWithColor(const CGContextRef& c, const CGColorRef& color);
 void CGContextSetLineWidth(const CGContextRef& c, double width);

@@ -22,8 +22,16 @@ bool isFiniteRect(const CGRect& r) {
          std::isfinite(r.size.height);
 }
 
+// A width of 0 asks for the thinnest line there is: one device pixel.
+double strokeWidth(cairo_t* cr, double width) {
+  if (width > 0) return width;
+  double dx = 1, dy = 0;
+  cairo_device_to_user_distance(cr, &dx, &dy);
+  return std::hypot(dx, dy);
+}
+
 void setStroke(cairo_t* cr, const CGGraphicsState& s) {
-  cairo_set_line_width(cr, s.lineWidth);
+  cairo_set_line_width(cr, strokeWidth(cr, s.lineWidth));
   cairo_set_line_join(cr, s.lineJoin);
   cairo_set_line_cap(cr, s.lineCap);
   cairo_set_miter_limit(cr, s.miterLimit);

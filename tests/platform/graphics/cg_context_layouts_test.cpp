@@ -2,6 +2,7 @@
 
 #include "image/graphics_utilities.h"
 #include "platform/graphics/cg_context.h"
+#include "platform/graphics/half_float.h"
 
 #include <gtest/gtest.h>
 
@@ -14,14 +15,14 @@ namespace {
 float component(const std::vector<uint8_t>& memory, size_t bits, size_t components, size_t x, size_t c) {
   const uint8_t* at = memory.data() + (x * components + c) * bits / 8;
   if (bits == 8) return float(*at) / 255.0f;
-  if (bits == 16) return float(*reinterpret_cast<const _Float16*>(at));
+  if (bits == 16) return floatFromHalf(uint16_t(at[0] | at[1] << 8));
   return *reinterpret_cast<const float*>(at);
 }
 
 void setComponent(std::vector<uint8_t>& memory, size_t bits, size_t components, size_t x, size_t c, float v) {
   uint8_t* at = memory.data() + (x * components + c) * bits / 8;
   if (bits == 8) *at = uint8_t(std::lround(v * 255));
-  if (bits == 16) *reinterpret_cast<_Float16*>(at) = _Float16(v);
+  if (bits == 16) at[0] = uint8_t(halfFromFloat(v)), at[1] = uint8_t(halfFromFloat(v) >> 8);
   if (bits == 32) std::memcpy(at, &v, 4);
 }
 
@@ -64,6 +65,18 @@ TEST(CGContextLayouts, FloatAndGreyMemoryIsReadAndWrittenAroundEachDraw) {
   CGContextRef own = CGBitmapContextCreate(nullptr, 3, 2, 16, 0, CGColorSpaceCreateDeviceRGB(), kBVRGBAhBitmapInfo);
   ASSERT_TRUE(own);
   EXPECT_EQ(CGBitmapContextGetBytesPerRow(own), 3u * 8);
+}
+
+TEST(CGContextLayouts, HalfFloatsRoundToNearestEven) {
+  const struct {
+    float value;
+    uint16_t half;
+  } cases[] = {{1.0f, 0x3C00}, {-0.5f, 0xB800}, {65504.0f, 0x7BFF}, {1e6f, 0x7C00}, {0x1p-24f, 0x0001},
+               {0x1p-14f, 0x0400}, {1.0f + 0x1p-11f, 0x3C00}, {1.0f + 0x3p-11f, 0x3C02}, {0.1f, 0x2E66}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(halfFromFloat(c.value), c.half) << c.value;
+    if (c.half != 0x7C00) EXPECT_NEAR(floatFromHalf(c.half), c.value, std::abs(c.value) / 1024) << c.value;
+  }
 }
 
 TEST(CGContextLayouts, UnsupportedLayoutsGiveNoContext) {

@@ -26,7 +26,7 @@ struct Canvas {
 
 // A line of width 2 along y = 4 from x = 1 to x = 7 covers the pixel rows 3 and 4 from the top.
 // "scaled" strokes width 1 after scaling by 2: points keep the transform of when they were added,
-// the width takes the one of the stroke.
+// the width takes the one of the stroke. A hairline is one device pixel whatever the transform.
 TEST(CGContextPath, CapsDashesAndTheTransformShapeTheStroke) {
   const double dash[] = {2, 2};
   const struct {
@@ -41,6 +41,7 @@ TEST(CGContextPath, CapsDashesAndTheTransformShapeTheStroke) {
       {"round", kCGLineCapRound, 0, 2, 1, {200, 255, 255, 255, 255, 255, 255, 200}},
       {"dashed", kCGLineCapButt, 2, 2, 1, {0, 255, 255, 0, 0, 255, 255, 0}},
       {"scaled", kCGLineCapButt, 0, 1, 2, {0, 255, 255, 255, 255, 255, 255, 0}},
+      {"hairline", kCGLineCapButt, 0, 0, 2, {0, 128, 128, 128, 128, 128, 128, 0}},
   };
   for (const auto& c : cases) {
     Canvas canvas;
@@ -55,7 +56,7 @@ TEST(CGContextPath, CapsDashesAndTheTransformShapeTheStroke) {
     canvas.expectRow(3, c.row, c.name);
     canvas.expectRow(4, c.row, c.name);
     EXPECT_EQ(canvas.alphaAt(4, 2), 0) << c.name;
-    EXPECT_EQ(canvas.memory[(3 * kSide + 2) * 4], 255) << c.name;  // red
+    EXPECT_EQ(canvas.memory[(3 * kSide + 2) * 4], canvas.alphaAt(2, 3)) << c.name;  // red, premultiplied
     EXPECT_TRUE(CGContextIsPathEmpty(canvas.context));
   }
 }
