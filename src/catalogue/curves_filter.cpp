@@ -1,6 +1,7 @@
 #include "catalogue/curves_filter.h"
 
 #include "curves/curve_points.h"
+#include "curves/curves_plot.h"
 #include "curves/lut_text.h"
 #include "image/bitmap_context.h"
 #include "image/graphics_utilities.h"
@@ -99,6 +100,11 @@ CColorCurveRef BVCurvesFilter::channelCurve(const std::optional<BVCurve>& curve,
   }
   CACVObjectRef file = acvObject();
   return file ? ((*file).*fromFile)() : nullptr;
+}
+
+CGImageRef BVCurvesFilter::curvesImage() {
+  CACVObjectRef curves = acvObject();
+  return curves ? BVCurvesImage(*curves, 1.0, false) : nullptr;
 }
 
 std::optional<BVCurvesFilter::Cube> BVCurvesFilter::makeCube(float strength) {

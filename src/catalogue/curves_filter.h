@@ -42,6 +42,8 @@ class BVCurvesFilter : public BVBlendFilter {
   CColorCurveRef redCCurve() { return channelCurve(redCurve_, &CACVObject::redCurve); }
   CColorCurveRef greenCCurve() { return channelCurve(greenCurve_, &CACVObject::greenCurve); }
   CColorCurveRef blueCCurve() { return channelCurve(blueCurve_, &CACVObject::blueCurve); }
+  // The ACV file's curves drawn for debugging (see BVCurvesImage); null without a readable file.
+  CGImageRef curvesImage();
 
  protected:
   BVFilterRef makeBlank() const override { return std::make_shared<BVCurvesFilter>(); }

@@ -12,7 +12,10 @@ namespace brenvia {
 // An ACV file: version, count, then for each curve its points as (y, x), all big-endian.
 inline BVData acv(int16_t version, const std::vector<BVPointList>& curves) {
   auto bytes = std::make_shared<std::vector<uint8_t>>();
-  auto put = [&](int v) { bytes->insert(bytes->end(), {uint8_t(uint16_t(v) >> 8), uint8_t(v)}); };
+  auto put = [&](int v) {
+    bytes->push_back(uint8_t(uint16_t(v) >> 8));
+    bytes->push_back(uint8_t(v));
+  };
   put(version);
   put(int(curves.size()));
   for (const auto& points : curves) {
