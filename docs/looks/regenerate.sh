@@ -9,3 +9,5 @@ echo '[]' > "$empty"
 "$cli" render "$empty" examples/photos/ladybird.jpg -o docs/looks/ladybird.jpg --max-size 480 --quality 80
 "$cli" render examples/recipes/faded-film.json examples/photos/ladybird.jpg -o docs/looks/ladybird-faded-film.jpg \
   --max-size 480 --quality 80
+"$cli" render examples/film/film.json examples/photos/ladybird.jpg -o docs/looks/ladybird-film.jpg \
+  --max-size 480 --quality 80
