@@ -4,19 +4,15 @@
 #include "image/bitmap_context.h"
 #include "image/image.h"
 #include "platform/coreimage/ci_filter.h"
+#include "platform/foundation/clock.h"
 #include "platform/foundation/log.h"
 #include "processor/input.h"
 #include "processor/processing.h"
 
-#include <chrono>
 #include <cstdio>
 
 namespace brenvia {
 namespace {
-
-double secondsNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 // The transform that scales by `zoom` about the centre of a canvas of `size`.
 CGAffineTransform zoomAboutCentre(CGSize size, double zoom) {
@@ -133,7 +129,7 @@ bool BVImageFilter::shouldChangeImage() {
   std::shared_ptr<BVProcessing> running = processor();
   std::optional<double> frequency = running ? running->randomizationFrequency() : std::nullopt;
   if (!frequency || *frequency == 0) return true;
-  const double now = secondsNow();
+  const double now = BVMonotonicSeconds();
   if (now <= lastAbsoluteTimeChangeOccurred_ + *frequency) return false;
   lastAbsoluteTimeChangeOccurred_ = now;
   return true;

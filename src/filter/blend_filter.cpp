@@ -8,12 +8,12 @@
 #include "operators/chroma_key_filter.h"
 #include "operators/library_operators.h"
 #include "platform/coreimage/ci_filter.h"
+#include "platform/foundation/clock.h"
 #include "platform/foundation/log.h"
 #include "processor/input.h"
 #include "processor/processing.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <limits>
 
@@ -25,10 +25,6 @@ uint32_t truncatedUnsigned(float x) {
   if (!(x > 0.0f)) return 0;
   if (x >= 4294967296.0f) return std::numeric_limits<uint32_t>::max();
   return uint32_t(x);
-}
-
-double secondsNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 bool isCompositing(const CIFilter& f) {
@@ -155,7 +151,7 @@ bool BVBlendFilter::shouldRandomizeAlpha() {
   std::shared_ptr<BVProcessing> running = processor();
   std::optional<double> frequency = running ? running->randomizationFrequency() : std::nullopt;
   if (!frequency) return true;
-  const double now = secondsNow();
+  const double now = BVMonotonicSeconds();
   if (now <= lastTimeAlphaChanged_ + *frequency) return false;
   lastTimeAlphaChanged_ = now;
   return true;
