@@ -162,6 +162,20 @@ TEST(Graph, TransformsComposeAndOrientationMovesCorners) {
   EXPECT_EQ(twice.get(), image.get());
 }
 
+// A colour step over a cropped flat colour is worked out once when the render is planned, and
+// the crop still holds.
+TEST(Graph, FlatColoursFoldTheirColourSteps) {
+  auto square = CIImage::imageWithColor(CIColor(0.2, 0.4, 0.6))->imageByCroppingToRect(CGRectMake(1, 1, 2, 2));
+  auto faded = square->imageByApplyingFilter("CIColorMatrix", {{"inputAVector", CIVector{0, 0, 0, 0.5}},
+                                                               {"inputBiasVector", CIVector{0.1, 0, 0, 0}}});
+  auto f = test::renderFloat(faded, CGRectMake(0, 0, 4, 4), test::unmanaged());
+  const size_t inside = (1 * 4 + 2) * 4;
+  EXPECT_NEAR(f[inside + 3], 0.5f, 1e-6);
+  EXPECT_NEAR(f[inside + 0], 0.15f, 1e-6);
+  EXPECT_NEAR(f[inside + 2], 0.3f, 1e-6);
+  for (int c = 0; c < 4; ++c) EXPECT_EQ(f[size_t(c)], 0.0f);
+}
+
 TEST(Graph, EmptyAndInfiniteRectanglesGiveNoBitmap) {
   auto context = CIContext::context();
   auto red = CIImage::imageWithColor(CIColor(1, 0, 0));
