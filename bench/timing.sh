@@ -6,7 +6,7 @@ best() {
   for _ in 1 2 3 4 5; do
     local start end
     start=$(date +%s%N)
-    "$@" > /dev/null
+    "$@" > /dev/null || { echo "failed: $*" >&2; return 1; }
     end=$(date +%s%N)
     best=$(( (end - start) / 1000000 < best ? (end - start) / 1000000 : best ))
   done

@@ -20,6 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } else if (auto lut = brenvia::BVCubeLUTRead(text, "fuzz.cube")) {
     size_t n = lut->dimension;
     if (n < 2 || n > brenvia::kBVCubeLUTMaxDimension || lut->cube->size() != 16 * n * n * n) std::abort();
+    if (brenvia::BVCubeLUTUnitCube(*lut, 0.5f)->size() != lut->cube->size()) std::abort();
   }
   return 0;
 }

@@ -1,8 +1,8 @@
 // Writes seed corpora for the fuzz targets: <folder>/jpeg, png, heif, webp, tiff, property_list,
-// keyed_archive, acv, lut_text and recipe, each a set of small valid files. Layouts our encoders do
-// not produce (progressive and arithmetic JPEG, CMYK, restart markers, palettes, low bit depths,
-// interlacing, lossless WebP, tiled and palette TIFF) are written with libjpeg, libspng, libwebp
-// and libtiff.
+// keyed_archive, acv, lut_text, curve_points and recipe, each a set of small valid files. Layouts
+// our encoders do not produce (progressive and arithmetic JPEG, CMYK, restart markers, palettes,
+// low bit depths, interlacing, lossless WebP, tiled and palette TIFF) are written with libjpeg,
+// libspng, libwebp and libtiff.
 
 #include "platform/foundation/keyed_archive.h"
 #include "platform/foundation/property_list.h"
@@ -226,6 +226,8 @@ void writeCurveSeeds() {
   std::string cube = "TITLE \"seed\"\nDOMAIN_MIN 0 0 0\nDOMAIN_MAX 1 1 1\nLUT_3D_SIZE 2\n";
   for (int i = 0; i < 8; ++i) cube += std::to_string(i & 1) + " " + std::to_string(i >> 1 & 1) + " 0.5\n";
   save("lut_text", "seed.cube", std::vector<uint8_t>(cube.begin(), cube.end()));
+  const std::string points = "{0 0},{64 50},{128 140},{255 255}";
+  save("curve_points", "points.txt", std::vector<uint8_t>(points.begin(), points.end()));
 }
 
 // The HEVC encoder keeps a few internal blocks until the process ends; they are not ours.

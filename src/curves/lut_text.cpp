@@ -1,7 +1,10 @@
 #include "curves/lut_text.h"
 
+#include "curves/text_fields.h"
+
 #include "platform/foundation/log.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -38,28 +41,18 @@ bool isLUTDataLine(std::string_view line) {
   return !line.empty() && line.front() != '#' && line.front() != ' ' && !startsWithLetter(line);
 }
 
-std::vector<std::string_view> splitAtBlanks(std::string_view line) {
-  std::vector<std::string_view> parts;
-  size_t start = 0;
-  for (size_t i = 0; i <= line.size(); ++i) {
-    if (i == line.size() || line[i] == ' ') {
-      parts.push_back(line.substr(start, i - start));
-      start = i + 1;
-    }
-  }
-  return parts;
-}
-
-// The leading number of the text, or 0.
-float floatValue(std::string_view text) {
-  std::string copy(text);
-  return std::strtof(copy.c_str(), nullptr);
-}
-
 std::string joined(const std::vector<std::string_view>& parts) {
   std::string text = "(";
   for (size_t i = 0; i < parts.size(); ++i) text.append(i ? ", \"" : "\"").append(parts[i]).append("\"");
   return text + ")";
+}
+
+// Value v of index i of an n-cell axis faded towards the identity by the strength s (not clamped).
+float fadedTowardsIdentity(float v, int i, int n, float s) {
+  const float u = float(double(i) / double(n - 1));
+  if (s == 0) return u;
+  if (s == 1) return v;
+  return (v - u) * s + u;
 }
 
 void putCell(float* cell, float r, float g, float b) {
@@ -76,27 +69,20 @@ BVData BVLUTTextCube(std::string_view text, float alpha, std::string_view fileNa
   const int n = kLUTTextDimension;
   auto cube = std::make_shared<std::vector<uint8_t>>(size_t(16) * n * n * n);
   float* cells = reinterpret_cast<float*>(cube->data());
-  // Faded towards the identity value of index i by the strength s (not clamped).
-  const float s = alpha;
-  auto blend = [s](float v, int i) {
-    float u = float(double(i) / 31.0);
-    if (s == 0) return u;
-    if (s == 1) return v;
-    return (v - u) * s + u;
-  };
+  auto blend = [alpha](float v, int i) { return fadedTowardsIdentity(v, i, kLUTTextDimension, alpha); };
   size_t next = 0;
   for (int b = 0; b < n; ++b)
     for (int g = 0; g < n; ++g)
       for (int r = 0; r < n; ++r, ++next) {
-        std::vector<std::string_view> parts = next < data.size() ? splitAtBlanks(data[next]) : std::vector<std::string_view>{};
+        std::vector<std::string_view> parts = next < data.size() ? BVComponentsSeparatedBy(data[next], ' ') : std::vector<std::string_view>{};
         if (parts.size() < 3) {
           BVLog("[BVCurvesFilter] WARNING: Invalid or incomplete data found in LUT file " + std::string(fileName) +
                 " at r: " + std::to_string(r) + " g: " + std::to_string(g) + " b: " + std::to_string(b));
           BVLog("[BVCurvesFilter] --> Data: " + joined(parts));
           continue;
         }
-        putCell(cells + 4 * next, blend(floatValue(parts[0]), r), blend(floatValue(parts[1]), g),
-                blend(floatValue(parts[2]), b));
+        putCell(cells + 4 * next, blend(BVFloatValue(parts[0]), r), blend(BVFloatValue(parts[1]), g),
+                blend(BVFloatValue(parts[2]), b));
       }
   return cube;
 }
@@ -216,6 +202,61 @@ std::optional<BVCubeLUT> BVCubeLUTRead(std::string_view text, std::string_view n
   if (CubeReader(text).read(lut, why)) return lut;
   BVLog("[BVCubeLUT] Could not read `" + std::string(name) + "`: " + why);
   return std::nullopt;
+}
+
+namespace {
+
+// The table's colour at a point of its own grid coordinates (0 ... n-1 on each axis), trilinear.
+std::array<float, 3> sampleCube(const float* cells, int n, const std::array<double, 3>& at) {
+  int base[3];
+  double f[3];
+  for (int c = 0; c < 3; ++c) {
+    base[c] = std::min(int(at[c]), n - 2);
+    f[c] = at[c] - base[c];
+  }
+  std::array<float, 3> out{};
+  for (int corner = 0; corner < 8; ++corner) {
+    double weight = 1;
+    size_t index = 0, stride = 1;
+    for (int c = 0; c < 3; ++c) {
+      const int step = (corner >> c) & 1;
+      weight *= step ? f[c] : 1 - f[c];
+      index += size_t(base[c] + step) * stride;
+      stride *= size_t(n);
+    }
+    for (int c = 0; c < 3; ++c) out[size_t(c)] += float(weight * cells[4 * index + size_t(c)]);
+  }
+  return out;
+}
+
+}  // namespace
+
+BVData BVCubeLUTUnitCube(const BVCubeLUT& lut, float alpha) {
+  const int n = int(lut.dimension);
+  const float* source = reinterpret_cast<const float*>(lut.cube->data());
+  auto cube = std::make_shared<std::vector<uint8_t>>(*lut.cube);
+  float* cells = reinterpret_cast<float*>(cube->data());
+  const bool unitDomain = lut.domainMin == std::array<float, 3>{0, 0, 0} && lut.domainMax == std::array<float, 3>{1, 1, 1};
+  size_t next = 0;
+  for (int b = 0; b < n; ++b)
+    for (int g = 0; g < n; ++g)
+      for (int r = 0; r < n; ++r, ++next) {
+        float* cell = cells + 4 * next;
+        if (!unitDomain) {
+          // The colour of this unit-domain cell is the table's at the same colour within its domain.
+          const int index[3] = {r, g, b};
+          std::array<double, 3> at;
+          for (size_t c = 0; c < 3; ++c) {
+            const double colour = double(index[c]) / (n - 1), low = lut.domainMin[c], high = lut.domainMax[c];
+            at[c] = std::clamp((colour - low) / (high - low), 0.0, 1.0) * (n - 1);
+          }
+          const std::array<float, 3> v = sampleCube(source, n, at);
+          std::copy(v.begin(), v.end(), cell);
+        }
+        putCell(cell, fadedTowardsIdentity(cell[0], r, n, alpha), fadedTowardsIdentity(cell[1], g, n, alpha),
+                fadedTowardsIdentity(cell[2], b, n, alpha));
+      }
+  return cube;
 }
 
 std::optional<BVCubeLUT> BVCubeLUTReadFile(const std::string& path) {

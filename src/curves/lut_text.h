@@ -34,4 +34,8 @@ inline constexpr uint32_t kBVCubeLUTMaxDimension = 128;
 std::optional<BVCubeLUT> BVCubeLUTRead(std::string_view text, std::string_view name);
 std::optional<BVCubeLUT> BVCubeLUTReadFile(const std::string& path);
 
+// The table as a cube over colours 0...1 (resampled when its domain is another), faded towards
+// the identity by alpha as lookup-table text is.
+BVData BVCubeLUTUnitCube(const BVCubeLUT& lut, float alpha);
+
 }  // namespace brenvia

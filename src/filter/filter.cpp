@@ -1,6 +1,15 @@
 #include "filter/filter.h"
 
 #include "catalogue/adjustment_filter.h"
+#include "catalogue/color_filter.h"
+#include "catalogue/curves_filter.h"
+#include "catalogue/fade_filter.h"
+#include "catalogue/image_filter.h"
+#include "catalogue/levels_filter.h"
+#include "catalogue/selective_color_filter.h"
+#include "catalogue/sharpen_filter.h"
+#include "catalogue/unsharp_mask_filter.h"
+#include "catalogue/vignette_filter.h"
 #include "filter/dynamic_parameters.h"
 #include "filter/randomization.h"
 #include "platform/coreimage/ci_filter.h"
@@ -30,6 +39,17 @@ const TypeTable& typeTable() {
   static TypeTable table;
   once([] {
     table.emplace(kBVFilterTypeAdjustment, classOf<BVAdjustmentFilter>("BVAdjustmentFilter"));
+    table.emplace(kBVFilterTypeCurves, classOf<BVCurvesFilter>("BVCurvesFilter"));
+    table.emplace(kBVFilterTypeImage, classOf<BVImageFilter>("BVImageFilter"));
+    table.emplace(kBVFilterTypeRandomImage, classOf<BVRandomImageFilter>("BVRandomImageFilter"));
+    table.emplace(kBVFilterTypeImageSequence, classOf<BVImageSequenceFilter>("BVImageSequenceFilter"));
+    table.emplace(kBVFilterTypeColor, classOf<BVColorFilter>("BVColorFilter"));
+    table.emplace(kBVFilterTypeLevels, classOf<BVLevelsFilter>("BVLevelsFilter"));
+    table.emplace(kBVFilterTypeFade, classOf<BVFadeFilter>("BVFadeFilter"));
+    table.emplace(kBVFilterTypeSelectiveColor, classOf<BVSelectiveColorFilter>("BVSelectiveColorFilter"));
+    table.emplace(kBVFilterTypeSharpen, classOf<BVSharpenFilter>("BVSharpenFilter"));
+    table.emplace(kBVFilterTypeUnsharpMask, classOf<BVUnsharpMaskFilter>("BVUnsharpMaskFilter"));
+    table.emplace(kBVFilterTypeVignette, classOf<BVVignetteFilter>("BVVignetteFilter"));
   });
   return table;
 }

@@ -16,8 +16,11 @@
 namespace brenvia {
 
 class BVBitmapContext;
+class BVImage;
 class BVProcessing;
 class CIFilter;
+class CIImage;
+using CIImageRef = std::shared_ptr<const CIImage>;
 
 // Recipe keys read by every filter.
 inline constexpr std::string_view kBVFilterTypeKey = "type";
@@ -77,6 +80,18 @@ inline constexpr std::string_view kBVFilterCoreImageNotSupportedExceptionReason 
 inline constexpr std::string_view kBVFilterCoreGraphicsNotSupportedExceptionReason =
     "This filter does not support Core Graphics.";
 inline constexpr std::string_view kBVFiltervImageNotSupportedExceptionReason = "This filter does not support vImage.";
+
+// Where filter pictures live: files in the search path (cached through the shared thumbnailer), or
+// an application's asset catalogue, which this platform does not have.
+enum BVFilterAssetLocation : int64_t { BVFilterAssetLocationFiles = 0, BVFilterAssetLocationCatalog = 1 };
+
+// Bits of an overlay's position; y grows upwards.
+using BVImagePosition = uint64_t;
+inline constexpr BVImagePosition kBVImagePositionNone = 0;
+inline constexpr BVImagePosition kBVImagePositionTop = 2;
+inline constexpr BVImagePosition kBVImagePositionBottom = 4;
+inline constexpr BVImagePosition kBVImagePositionLeft = 8;
+inline constexpr BVImagePosition kBVImagePositionRight = 16;
 
 // Raised when a filter is asked for a rendering path it does not have (a programmer fault).
 class BVFilterNotSupportedException : public std::logic_error {
@@ -194,6 +209,40 @@ class BVFilter : public BVCoding {
 
   // c + r * c, c being the centre of rect.
   static CGPoint absoluteCenterPointInRect(const CGRect& rect, CGPoint relativeCenterPoint);
+
+  // --- Filter pictures: names in a recipe become pictures of a size ---
+  // Process-wide settings, written once at set-up.
+  static BVFilterAssetLocation assetLocation();
+  static void setAssetLocation(BVFilterAssetLocation location);
+  // The aspect ratio (width / height) the plain picture files are made for.
+  static double defaultAspectRatio();
+  static void setDefaultAspectRatio(double ratio);
+
+  // The picture at exactly `size` through the shared thumbnailer (memory, disk, else made from the
+  // file); null, with a log line, when no file is found.
+  std::shared_ptr<BVImage> imageNamed(const std::string& name, CGSize size, int scalingMode = 0) const;
+  // Makes the thumbnail imageNamed would need, if it is not on disk yet.
+  void prepareToProcessImageNamed(const std::string& name, CGSize size, int scalingMode = 0) const;
+  void clearProcessingCacheForImageNamed(const std::string& name) const;
+  int64_t processingCachesByteSizeForImageNamed(const std::string& name) const;
+  // The picture placed on a canvas of `size`: scaled by the mode and moved by the position bits.
+  // Small requests go through the thumbnailer; larger ones read the file, which the engine then
+  // resamples tile by tile, and never decode it only to learn its size. Null, with a log line, when no file is found.
+  CIImageRef CIImageNamed(const std::string& name, CGSize size, int scalingMode, BVImagePosition position) const;
+  // The first existing file of the name: <path>/<name>.png, .jpg, .jpeg, _<width>.jpg, _1936.jpg,
+  // then the resource folder's <name>.jpg and .png. In custom mode a file made for the nearest
+  // aspect ratio wins when the canvas is not of the default ratio.
+  std::optional<std::string> pathForImageNamed(const std::string& name, CGSize size, int scalingMode) const;
+  // The file "<name>-<ratio>.<ext>" of the search path whose ratio is nearest to `ratio`, and nearer
+  // than a square picture would be.
+  std::optional<std::string> pathForCustomAspectRatioImageNamed(const std::string& prefixedName, double ratio) const;
+  // "prefix_name" with a prefix, else the name.
+  std::string prefixedImageName(const std::string& name) const;
+  // The picture of `imageSize` scaled into the rectangle the mode gives on the target (stretch,
+  // fill, fit; custom stretches), then moved to the edges the position names. A picture of the
+  // target's size comes back unchanged.
+  static CIImageRef placedImage(const CIImageRef& image, CGSize imageSize, int scalingMode, BVImagePosition position,
+                                CGSize target);
 
   // --- Transition timing, read from the parameters ---
   double transitionTimingStart() const;

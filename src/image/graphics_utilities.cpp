@@ -91,6 +91,12 @@ vImage_Buffer allocateBuffer(size_t height, size_t width, size_t rowBytes) {
 
 }  // namespace
 
+std::vector<std::string_view> BVBlendModeNames() {
+  std::vector<std::string_view> names;
+  for (const BlendRow& row : kBlendTable) names.push_back(row.name);
+  return names;
+}
+
 CGBlendMode CGBlendModeWithString(std::string_view mode) {
   const BlendRow* row = blendRowNamed(mode);
   return row ? row->drawingMode : kCGBlendModeNormal;

@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brenvia {
 
@@ -46,6 +47,8 @@ inline constexpr std::string_view kBVBlendModeVividLight = "VividLight";
 inline constexpr std::string_view kBVBlendModeLinearLight = "LinearLight";
 inline constexpr std::string_view kBVBlendModeDivide = "Divide";
 
+// Every blend mode name, Normal first.
+std::vector<std::string_view> BVBlendModeNames();
 // The drawing number of a name; 0 for names the drawing API lacks and for unknown names.
 // Names compare exactly, case included.
 CGBlendMode CGBlendModeWithString(std::string_view mode);

@@ -16,6 +16,8 @@
 
 namespace brenvia {
 
+class UIImage;
+
 // Option keys and values of the initialisers that take an options dictionary.
 inline constexpr std::string_view kBVImageInitializationOptionStorageAPIKey = "storageAPI";
 inline constexpr std::string_view kBVImageInitializationOptionStorageAPICoreImage = "coreImage";
@@ -79,6 +81,8 @@ class BVImage {
   CIImageRef CIImage() const;
   // The bitmap, rendered once from the engine image with a context without options and cached.
   CGImageRef CGImage() const;
+  // The bitmap with the picture's scale and orientation; null without a bitmap.
+  std::shared_ptr<brenvia::UIImage> UIImage() const;
   // Width equals height of `size`, computed once.
   bool isSquare() const;
   int EXIFOrientation() const { return EXIFOrientationForImageOrientation(_imageOrientation); }

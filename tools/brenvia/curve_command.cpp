@@ -1,6 +1,8 @@
 #include "commands.h"
 
 #include "curves/acv_object.h"
+#include "curves/curves_plot.h"
+#include "platform/imageio/image_io.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,13 +18,25 @@ void printCurve(const CColorCurve& curve) {
   std::cout << '\n';
 }
 
+// A 510 x 510 PNG of the curves on a grid, written through a temporary name.
+bool writePlot(const CACVObject& curves, const std::string& path) {
+  CGImageRef plot = BVCurvesImage(curves, 2.0, true);
+  std::vector<uint8_t> png;
+  std::string error = "cannot draw the curves";
+  if (plot && imageio::encodePNG(*plot, {}, png) && imageio::writeFileAtomically(path, png, &error)) return true;
+  std::cerr << "brenvia: " << path << ": " << error << '\n';
+  return false;
+}
+
 }  // namespace
 
 void addCurveCommand(CLI::App& app) {
   auto path = std::make_shared<std::string>();
+  auto plot = std::make_shared<std::string>();
   auto* cmd = app.add_subcommand("curve", "Show the tone curves of an ACV file: control points of each channel");
   cmd->add_option("file", *path, "ACV curve file")->required();
-  cmd->callback([path] {
+  cmd->add_option("-o,--output", *plot, "Also draw the curves as a PNG plot (one line per channel)");
+  cmd->callback([path, plot] {
     auto curves = CACVObject::initWithURL(*path);
     if (!curves) {
       std::cerr << "brenvia: " << *path << ": not a readable ACV curve file\n";
@@ -31,6 +45,7 @@ void addCurveCommand(CLI::App& app) {
     }
     for (const auto& curve : {curves->RGBCurve(), curves->redCurve(), curves->greenCurve(), curves->blueCurve()})
       printCurve(*curve);
+    if (!plot->empty() && !writePlot(*curves, *plot)) setExitStatus(1);
   });
 }
 

@@ -119,6 +119,13 @@ std::shared_ptr<BVInput> inputsFor(const RenderSettings& s, std::shared_ptr<BVRa
 }
 
 // Renders one input to one output file; false (with one line on stderr) on failure.
+// Files a recipe names are found in --assets, else beside the recipe.
+std::optional<std::string> assetFolder(const RenderSettings& s) {
+  if (!s.assets.empty()) return s.assets;
+  if (s.recipePath == "-") return std::nullopt;
+  return fs::absolute(s.recipePath).parent_path().string();
+}
+
 bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
                int threads, std::shared_ptr<BVRandomization> randomization) {
   CGImageRef pixels;
@@ -146,8 +153,7 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   if (CGColorSpaceRef space = picture->colorSpace()) contextOptions.workingColorSpace = contextOptions.outputColorSpace = space;
   auto context = CIContext::contextWithOptions(contextOptions);
   options.sharedCIContext = context;
-  auto filters = BVFilter::filtersWithArray(recipe, s.assets.empty() ? std::nullopt : std::optional(s.assets),
-                                            s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
+  auto filters = BVFilter::filtersWithArray(recipe, assetFolder(s), s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
   if (s.coreGraphics) {
     // The drawing road works on the bitmap: bring the upright, reduced picture into one.
     options.renderWithCoreGraphics = true;
@@ -257,7 +263,7 @@ void addRenderCommand(CLI::App& app) {
   cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png, .heic, .webp, .tif), or folder for several inputs")
       ->required();
   cmd->add_option("--quality", settings->quality, "JPEG, HEIF and WebP quality, 0 to 100")->check(CLI::Range(0, 100));
-  cmd->add_option("--assets", settings->assets, "Folder of the pictures the recipe names");
+  cmd->add_option("--assets", settings->assets, "Folder of the pictures and curve files the recipe names (default: the recipe's folder)");
   cmd->add_option("--prefix", settings->prefix, "Prefix of the picture names");
   cmd->add_option("--disable-tag", settings->disableTags, "Turn off the filters with this tag (repeatable)");
   cmd->add_option("--max-size", settings->maxSize, "Scale so that the longer side is at most N pixels")

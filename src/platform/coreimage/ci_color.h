@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/graphics/cg_color.h"
 #include "platform/graphics/color_space.h"
 
 #include <string>
@@ -13,6 +14,9 @@ class CIColor {
   CIColor(double r, double g, double b, double a = 1.0, CGColorSpaceRef space = nullptr);
 
   static CIColor colorWithRed(double r, double g, double b, double a = 1.0) { return CIColor(r, g, b, a); }
+  // The drawing colour's components and alpha in its space; a grey colour has its grey on all
+  // three channels. Null gives transparent black.
+  static CIColor colorWithCGColor(const CGColorRef& color);
 
   double red() const { return r_; }
   double green() const { return g_; }

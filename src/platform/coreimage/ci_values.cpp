@@ -16,13 +16,20 @@ std::string number(double v) {
 
 std::string CIVector::stringRepresentation() const {
   std::string s = "[";
-  for (size_t i = 0; i < values_.size(); ++i) s += (i ? " " : "") + number(values_[i]);
+  for (size_t i = 0; i < values_.size(); ++i) s.append(i ? " " : "").append(number(values_[i]));
   return s + "]";
 }
 
 CIColor::CIColor(double r, double g, double b, double a, CGColorSpaceRef space)
     : r_(r), g_(g), b_(b), a_(a), space_(space ? std::move(space) : CGColorSpaceCreateDeviceRGB()) {
   if (space_->model() == CGColorSpaceModel::Monochrome) g_ = b_ = r_;
+}
+
+CIColor CIColor::colorWithCGColor(const CGColorRef& color) {
+  if (!color || color->components().size() < 2) return CIColor();
+  const std::vector<double>& c = color->components();
+  if (c.size() < 4) return CIColor(c[0], c[0], c[0], c.back(), color->colorSpace());
+  return CIColor(c[0], c[1], c[2], c[3], color->colorSpace());
 }
 
 std::string CIColor::stringRepresentation() const {

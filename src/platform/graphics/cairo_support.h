@@ -8,7 +8,9 @@
 #include <cairo.h>
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace brenvia {
@@ -35,14 +37,53 @@ struct CGGraphicsState {
   double alpha = 1.0;
   CGBlendMode blendMode = kCGBlendModeNormal;
   graphics::SurfacePtr clipMask;  // A8 in device pixels; null: no clip
+  CGRect clipBounds = CGRectInfinite;  // the mask rectangles' bounds in y-up device pixels
   double fill[4] = {0, 0, 0, 1};  // straight RGBA
+  double stroke[4] = {0, 0, 0, 1};
   cairo_filter_t filter = CAIRO_FILTER_GOOD;
+  double lineWidth = 1.0, miterLimit = 10.0, dashPhase = 0.0;
+  cairo_line_join_t lineJoin = CAIRO_LINE_JOIN_MITER;
+  cairo_line_cap_t lineCap = CAIRO_LINE_CAP_BUTT;
+  std::vector<double> dashes;
 };
 
-// Byte offsets of the four channels within a pixel of a bitmap-info layout.
+// The current path in device pixels, kept apart from Cairo's own so that it survives other
+// drawing and can be replayed onto a layer.
+class CGContextPath {
+ public:
+  bool empty() const { return data_.empty(); }
+  const std::optional<CGPoint>& currentPoint() const { return current_; }
+  void moveTo(CGPoint p);
+  void lineTo(CGPoint p);
+  void curveTo(CGPoint c1, CGPoint c2, CGPoint p);
+  void close();
+  void clear();
+  // Appends the path to `cr`'s own, whatever its transform.
+  void appendTo(cairo_t* cr) const;
+
+ private:
+  void add(cairo_path_data_type_t type, std::initializer_list<CGPoint> points);
+  std::vector<cairo_path_data_t> data_;
+  std::optional<CGPoint> current_, subpathStart_;
+};
+
+// How a context's pixels are stored in the caller's memory: bytes, one grey byte, or half or
+// single floats with premultiplied alpha.
+enum class CGPixelEncoding { Bytes, Gray8, Half, Float };
+
+// Component indices of the four channels within a pixel of a bitmap-info layout.
 struct CGPixelLayout {
   int a, r, g, b;
   bool hasAlpha;
+  CGPixelEncoding encoding = CGPixelEncoding::Bytes;
+  size_t bytesPerPixel() const {
+    switch (encoding) {
+      case CGPixelEncoding::Gray8: return 1;
+      case CGPixelEncoding::Half: return 8;
+      case CGPixelEncoding::Float: return 16;
+      default: return 4;
+    }
+  }
 };
 
 class CGContext {
@@ -56,6 +97,7 @@ class CGContext {
   cairo_t* cairo() const { return cr_; }
   cairo_surface_t* surface() const { return surface_.get(); }
   CGGraphicsState& state() { return state_; }
+  CGContextPath& path() { return path_; }
   void save();
   void restore();
   // Runs `shape`, which sets a source and fills a path, through the state's alpha, clip mask and
@@ -69,6 +111,7 @@ class CGContext {
   void* data() const;
   size_t width() const, height() const, bytesPerRow() const;
   CGBitmapInfo bitmapInfo() const { return info_; }
+  const CGPixelLayout& layout() const { return layout_; }
   const CGColorSpaceRef& colorSpace() const { return space_; }
 
  private:
@@ -85,6 +128,7 @@ class CGContext {
   CGColorSpaceRef space_;
   CGGraphicsState state_;
   std::vector<CGGraphicsState> stack_;
+  CGContextPath path_;
   std::vector<uint8_t> ownBytes_;
 };
 

@@ -1,4 +1,5 @@
 #include "platform/graphics/cairo_support.h"
+#include "platform/graphics/half_float.h"
 
 #include <algorithm>
 #include <bit>
@@ -12,7 +13,7 @@ namespace {
 using graphics::SurfacePtr;
 
 // Where the channels of an 8-bit four-byte layout sit; null for other layouts.
-std::optional<CGPixelLayout> layoutFor(CGBitmapInfo info) {
+std::optional<CGPixelLayout> byteLayoutFor(CGBitmapInfo info) {
   if (info & ~(kCGBitmapAlphaInfoMask | kCGBitmapByteOrderMask)) return std::nullopt;
   const CGBitmapInfo alpha = info & kCGBitmapAlphaInfoMask, order = info & kCGBitmapByteOrderMask;
   if (order != 0 && order != kCGBitmapByteOrder32Little && order != kCGBitmapByteOrder32Big) return std::nullopt;
@@ -26,6 +27,118 @@ std::optional<CGPixelLayout> layoutFor(CGBitmapInfo info) {
     layout = {3 - layout.a, 3 - layout.r, 3 - layout.g, 3 - layout.b, layout.hasAlpha};
   }
   return layout;
+}
+
+// Half (16-bit) or single (32-bit) floats in host order, R, G, B and then premultiplied alpha
+// or an ignored fourth component.
+std::optional<CGPixelLayout> floatLayoutFor(CGBitmapInfo info, size_t bitsPerComponent) {
+  const CGBitmapInfo alpha = info & kCGBitmapAlphaInfoMask, order = info & kCGBitmapByteOrderMask;
+  if (info & ~(kCGBitmapAlphaInfoMask | kCGBitmapByteOrderMask | kCGBitmapFloatComponents)) return std::nullopt;
+  if (alpha != kCGImageAlphaPremultipliedLast && alpha != kCGImageAlphaNoneSkipLast) return std::nullopt;
+  const CGBitmapInfo hostOrder = bitsPerComponent == 16 ? kCGBitmapByteOrder16Little : kCGBitmapByteOrder32Little;
+  if (order != 0 && (std::endian::native != std::endian::little || order != hostOrder)) return std::nullopt;
+  if (bitsPerComponent != 16 && bitsPerComponent != 32) return std::nullopt;
+  const auto encoding = bitsPerComponent == 16 ? CGPixelEncoding::Half : CGPixelEncoding::Float;
+  return CGPixelLayout{3, 0, 1, 2, alpha == kCGImageAlphaPremultipliedLast, encoding};
+}
+
+// The layouts a context can keep in the caller's memory: four bytes or four floats of an RGB
+// space, or one byte of a grey space without alpha.
+std::optional<CGPixelLayout> layoutFor(CGBitmapInfo info, size_t bitsPerComponent, CGColorSpaceModel model) {
+  if (model == CGColorSpaceModel::Monochrome) {
+    if (info != kCGImageAlphaNone || bitsPerComponent != 8) return std::nullopt;
+    return CGPixelLayout{0, 0, 0, 0, false, CGPixelEncoding::Gray8};
+  }
+  if (info & kCGBitmapFloatComponents) return floatLayoutFor(info, bitsPerComponent);
+  if (bitsPerComponent != 8) return std::nullopt;
+  return byteLayoutFor(info);
+}
+
+// Half floats are stored as their bit patterns.
+struct Half {
+  uint16_t bits;
+  Half() = default;
+  explicit Half(float v) : bits(halfFromFloat(v)) {}
+  explicit operator float() const { return floatFromHalf(bits); }
+};
+
+uint8_t unitToByte(float v) { return uint8_t(std::lround(std::clamp(v, 0.0f, 1.0f) * 255.0f)); }
+
+template <class Component>
+Component componentAt(const uint8_t* pixel, int index) {
+  Component value;
+  std::memcpy(&value, pixel + index * sizeof(Component), sizeof(Component));
+  return value;
+}
+
+template <class Component>
+void putComponent(uint8_t* pixel, int index, uint32_t byte) {
+  const Component value = Component(float(byte & 0xFF) / 255.0f);
+  std::memcpy(pixel + index * sizeof(Component), &value, sizeof(Component));
+}
+
+uint32_t cairoWord(uint32_t a, uint32_t r, uint32_t g, uint32_t b) { return a << 24 | r << 16 | g << 8 | b; }
+
+// One pixel of the caller's memory as a premultiplied Cairo word, and back. Floats are clamped
+// to 0-1 and colour to alpha, as the 8-bit surface needs.
+uint32_t bytesToCairo(const uint8_t* in, const CGPixelLayout& l) {
+  return cairoWord(l.hasAlpha ? in[l.a] : 255, in[l.r], in[l.g], in[l.b]);
+}
+
+void cairoToBytes(uint32_t word, uint8_t* out, const CGPixelLayout& l) {
+  out[l.a] = l.hasAlpha ? uint8_t(word >> 24) : 255;
+  out[l.r] = uint8_t(word >> 16);
+  out[l.g] = uint8_t(word >> 8);
+  out[l.b] = uint8_t(word);
+}
+
+uint32_t greyToCairo(const uint8_t* in, const CGPixelLayout&) { return cairoWord(255, in[0], in[0], in[0]); }
+
+// The luma of the colour composited over black (a grey context has no alpha).
+void cairoToGrey(uint32_t word, uint8_t* out, const CGPixelLayout&) {
+  const double luma = 0.2126 * ((word >> 16) & 0xFF) + 0.7152 * ((word >> 8) & 0xFF) + 0.0722 * (word & 0xFF);
+  out[0] = uint8_t(std::lround(luma));
+}
+
+template <class Component>
+uint32_t floatsToCairo(const uint8_t* in, const CGPixelLayout& l) {
+  const uint8_t a = l.hasAlpha ? unitToByte(float(componentAt<Component>(in, l.a))) : 255;
+  auto channel = [&](int i) { return std::min(unitToByte(float(componentAt<Component>(in, i))), a); };
+  return cairoWord(a, channel(l.r), channel(l.g), channel(l.b));
+}
+
+template <class Component>
+void cairoToFloats(uint32_t word, uint8_t* out, const CGPixelLayout& l) {
+  putComponent<Component>(out, l.a, l.hasAlpha ? word >> 24 : 255);
+  putComponent<Component>(out, l.r, word >> 16);
+  putComponent<Component>(out, l.g, word >> 8);
+  putComponent<Component>(out, l.b, word);
+}
+
+// Converts every pixel of the caller's rows into the surface, or back; the converter is a template
+// argument so that it is inlined into the loop.
+template <uint32_t (*ToCairo)(const uint8_t*, const CGPixelLayout&)>
+void loadPixels(cairo_surface_t* surface, const uint8_t* caller, size_t callerBytesPerRow, const CGPixelLayout& l) {
+  uint8_t* pixels = cairo_image_surface_get_data(surface);
+  const size_t stride = size_t(cairo_image_surface_get_stride(surface));
+  const size_t width = size_t(cairo_image_surface_get_width(surface)), pixelBytes = l.bytesPerPixel();
+  for (size_t y = 0; y < size_t(cairo_image_surface_get_height(surface)); ++y) {
+    const uint8_t* in = caller + y * callerBytesPerRow;
+    auto* out = reinterpret_cast<uint32_t*>(pixels + y * stride);
+    for (size_t x = 0; x < width; ++x, in += pixelBytes) out[x] = ToCairo(in, l);
+  }
+}
+
+template <void (*FromCairo)(uint32_t, uint8_t*, const CGPixelLayout&)>
+void storePixels(cairo_surface_t* surface, uint8_t* caller, size_t callerBytesPerRow, const CGPixelLayout& l) {
+  const uint8_t* pixels = cairo_image_surface_get_data(surface);
+  const size_t stride = size_t(cairo_image_surface_get_stride(surface));
+  const size_t width = size_t(cairo_image_surface_get_width(surface)), pixelBytes = l.bytesPerPixel();
+  for (size_t y = 0; y < size_t(cairo_image_surface_get_height(surface)); ++y) {
+    const auto* in = reinterpret_cast<const uint32_t*>(pixels + y * stride);
+    uint8_t* out = caller + y * callerBytesPerRow;
+    for (size_t x = 0; x < width; ++x, out += pixelBytes) FromCairo(in[x], out, l);
+  }
 }
 
 // Cairo's ARGB32 is a host-endian 32-bit word with alpha in the high byte.
@@ -128,15 +241,16 @@ void CGContext::restore() {
 void CGContext::loadFromCaller() {
   if (!convertsForCaller()) return;
   cairo_surface_flush(surface_.get());
-  uint8_t* pixels = cairo_image_surface_get_data(surface_.get());
-  const size_t stride = size_t(cairo_image_surface_get_stride(surface_.get()));
-  for (size_t y = 0; y < height(); ++y) {
-    const uint8_t* in = static_cast<const uint8_t*>(callerData_) + y * callerBytesPerRow_;
-    auto* out = reinterpret_cast<uint32_t*>(pixels + y * stride);
-    for (size_t x = 0; x < width(); ++x, in += 4) {
-      uint32_t alpha = layout_.hasAlpha ? in[layout_.a] : 255;
-      out[x] = alpha << 24 | uint32_t(in[layout_.r]) << 16 | uint32_t(in[layout_.g]) << 8 | in[layout_.b];
-    }
+  const auto* caller = static_cast<const uint8_t*>(callerData_);
+  switch (layout_.encoding) {
+    case CGPixelEncoding::Bytes: loadPixels<bytesToCairo>(surface_.get(), caller, callerBytesPerRow_, layout_); break;
+    case CGPixelEncoding::Gray8: loadPixels<greyToCairo>(surface_.get(), caller, callerBytesPerRow_, layout_); break;
+    case CGPixelEncoding::Half:
+      loadPixels<floatsToCairo<Half>>(surface_.get(), caller, callerBytesPerRow_, layout_);
+      break;
+    case CGPixelEncoding::Float:
+      loadPixels<floatsToCairo<float>>(surface_.get(), caller, callerBytesPerRow_, layout_);
+      break;
   }
   cairo_surface_mark_dirty(surface_.get());
 }
@@ -144,17 +258,16 @@ void CGContext::loadFromCaller() {
 void CGContext::storeToCaller() {
   if (!convertsForCaller()) return;
   cairo_surface_flush(surface_.get());
-  const uint8_t* pixels = cairo_image_surface_get_data(surface_.get());
-  const size_t stride = size_t(cairo_image_surface_get_stride(surface_.get()));
-  for (size_t y = 0; y < height(); ++y) {
-    const auto* in = reinterpret_cast<const uint32_t*>(pixels + y * stride);
-    uint8_t* out = static_cast<uint8_t*>(callerData_) + y * callerBytesPerRow_;
-    for (size_t x = 0; x < width(); ++x, out += 4) {
-      out[layout_.a] = layout_.hasAlpha ? uint8_t(in[x] >> 24) : 255;
-      out[layout_.r] = uint8_t(in[x] >> 16);
-      out[layout_.g] = uint8_t(in[x] >> 8);
-      out[layout_.b] = uint8_t(in[x]);
-    }
+  auto* caller = static_cast<uint8_t*>(callerData_);
+  switch (layout_.encoding) {
+    case CGPixelEncoding::Bytes: storePixels<cairoToBytes>(surface_.get(), caller, callerBytesPerRow_, layout_); break;
+    case CGPixelEncoding::Gray8: storePixels<cairoToGrey>(surface_.get(), caller, callerBytesPerRow_, layout_); break;
+    case CGPixelEncoding::Half:
+      storePixels<cairoToFloats<Half>>(surface_.get(), caller, callerBytesPerRow_, layout_);
+      break;
+    case CGPixelEncoding::Float:
+      storePixels<cairoToFloats<float>>(surface_.get(), caller, callerBytesPerRow_, layout_);
+      break;
   }
 }
 
@@ -212,23 +325,26 @@ void CGContext::compositeLayer(cairo_surface_t* layer) {
 
 CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent,
                                    size_t bytesPerRow, const CGColorSpaceRef& space, CGBitmapInfo bitmapInfo) {
-  std::optional<CGPixelLayout> layout = layoutFor(bitmapInfo);
-  if (!layout || bitsPerComponent != 8 || !space || space->model() != CGColorSpaceModel::RGB) return nullptr;
+  if (!space) return nullptr;
+  std::optional<CGPixelLayout> layout = layoutFor(bitmapInfo, bitsPerComponent, space->model());
+  if (!layout) return nullptr;
   // Cairo's limit on each side, and the largest bitmap we allocate.
   if (width == 0 || height == 0 || width > 32767 || height > 32767 || width * height > CGImage::kMaxPixels) {
     return nullptr;
   }
-  if (data && bytesPerRow < width * 4) return nullptr;
+  const size_t pixelBytes = layout->bytesPerPixel();
+  if (data && bytesPerRow < width * pixelBytes) return nullptr;
   // Without caller memory in Cairo's own layout, the context keeps the pixels in the asked layout
   // in memory of its own.
+  const bool cairoLayout = layout->encoding == CGPixelEncoding::Bytes && isCairoLayout(*layout);
   std::vector<uint8_t> ownBytes;
-  if (!data && !isCairoLayout(*layout)) {
-    bytesPerRow = width * 4;
+  if (!data && !cairoLayout) {
+    bytesPerRow = width * pixelBytes;
     ownBytes.assign(bytesPerRow * height, 0);
     data = ownBytes.data();
   }
   SurfacePtr surface;
-  if (data && isCairoLayout(*layout) && bytesPerRow % 4 == 0) {
+  if (data && cairoLayout && bytesPerRow % 4 == 0) {
     surface = graphics::adoptSurface(cairo_image_surface_create_for_data(
         static_cast<uint8_t*>(data), CAIRO_FORMAT_ARGB32, int(width), int(height), int(bytesPerRow)));
   } else {
@@ -246,13 +362,20 @@ void* CGBitmapContextGetData(const CGContextRef& c) { return c ? c->data() : nul
 size_t CGBitmapContextGetWidth(const CGContextRef& c) { return c ? c->width() : 0; }
 size_t CGBitmapContextGetHeight(const CGContextRef& c) { return c ? c->height() : 0; }
 size_t CGBitmapContextGetBytesPerRow(const CGContextRef& c) { return c ? c->bytesPerRow() : 0; }
-size_t CGBitmapContextGetBitsPerPixel(const CGContextRef& c) { return c ? 32 : 0; }
+size_t CGBitmapContextGetBitsPerPixel(const CGContextRef& c) { return c ? c->layout().bytesPerPixel() * 8 : 0; }
 CGBitmapInfo CGBitmapContextGetBitmapInfo(const CGContextRef& c) { return c ? c->bitmapInfo() : 0; }
 CGColorSpaceRef CGBitmapContextGetColorSpace(const CGContextRef& c) { return c ? c->colorSpace() : nullptr; }
 
 CGImageRef CGBitmapContextCreateImage(const CGContextRef& c) {
   if (!c) return nullptr;
   c->loadFromCaller();
+  if (c->layout().encoding == CGPixelEncoding::Gray8) {
+    auto image = CGImage::allocate(c->width(), c->height(), CGPixelFormat::Gray8, c->colorSpace());
+    if (!image) return nullptr;
+    const auto* bytes = static_cast<const uint8_t*>(c->data());
+    for (size_t y = 0; y < c->height(); ++y) std::memcpy(image->mutableRow(y), bytes + y * c->bytesPerRow(), c->width());
+    return image;
+  }
   auto image = CGImage::allocate(c->width(), c->height(), CGPixelFormat::BGRA8Premultiplied, c->colorSpace());
   if (!image) return nullptr;
   cairo_surface_flush(c->surface());
@@ -314,6 +437,8 @@ void CGContextClipToMask(const CGContextRef& c, const CGRect& rect, const CGImag
   cairo_destroy(cr);
   cairo_surface_flush(clip.get());
   c->state().clipMask = std::move(clip);
+  const CGRect bounds = isFinite(rect) ? CGRectApplyAffineTransform(rect, CGContextGetCTM(c)) : CGRectNull;
+  c->state().clipBounds = CGRectIntersection(c->state().clipBounds, bounds);
 }
 
 // Transforms that are singular or not finite are ignored (see isFinite).
@@ -345,7 +470,9 @@ CGAffineTransform CGContextGetCTM(const CGContextRef& c) {
 
 CGRect CGContextGetClipBoundingBox(const CGContextRef& c) {
   if (!c) return CGRectNull;
-  const CGRect device = CGRectMake(0, 0, double(c->width()), double(c->height()));
+  const CGRect bitmap = CGRectMake(0, 0, double(c->width()), double(c->height()));
+  const CGRect device = CGRectIntersection(bitmap, c->state().clipBounds);
+  if (CGRectIsNull(device)) return CGRectNull;
   return CGRectApplyAffineTransform(device, CGAffineTransformInvert(CGContextGetCTM(c)));
 }
 

@@ -53,9 +53,20 @@ inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipLast = 5;
 inline constexpr CGBitmapInfo kCGImageAlphaNoneSkipFirst = 6;
 inline constexpr CGBitmapInfo kCGBitmapAlphaInfoMask = 0x1F;
 inline constexpr CGBitmapInfo kCGBitmapFloatComponents = 0x100;
+inline constexpr CGBitmapInfo kCGBitmapByteOrder16Little = 0x1000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrder32Little = 0x2000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrder32Big = 0x4000;
 inline constexpr CGBitmapInfo kCGBitmapByteOrderMask = 0x7000;
+
+enum CGLineJoin : int32_t { kCGLineJoinMiter = 0, kCGLineJoinRound, kCGLineJoinBevel };
+enum CGLineCap : int32_t { kCGLineCapButt = 0, kCGLineCapRound, kCGLineCapSquare };
+enum CGPathDrawingMode : int32_t {
+  kCGPathFill = 0,
+  kCGPathEOFill,
+  kCGPathStroke,
+  kCGPathFillStroke,
+  kCGPathEOFillStroke,
+};
 
 enum CGInterpolationQuality : int32_t {
   kCGInterpolationDefault = 0,
@@ -69,9 +80,12 @@ class CGContext;
 using CGContextRef = std::shared_ptr<CGContext>;
 
 // A context over `data` (rows of `bytesPerRow`), or over memory it allocates itself when `data`
-// is null (bytesPerRow 0 lets it choose). Takes 8-bit four-byte pixels in any of the alpha and
-// byte-order layouts above; null for other layouts, bad sizes or a missing colour space. The
-// caller's memory must outlive the context and holds the drawing after every drawing call.
+// is null (bytesPerRow 0 lets it choose). An RGB space takes 8-bit four-byte pixels in any of the
+// alpha and byte-order layouts above, or half (16-bit) or single (32-bit) float R,G,B,A in host
+// order with premultiplied or skipped alpha last; a grey space takes one byte a pixel without
+// alpha. Null for other layouts, bad sizes or a missing colour space. The caller's memory must
+// outlive the context and holds the drawing after every drawing call. Drawing itself keeps 8 bits
+// a channel: float values are clamped to 0-1, and grey contexts keep the luma of what is drawn.
 CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent,
                                    size_t bytesPerRow, const CGColorSpaceRef& space, CGBitmapInfo bitmapInfo);
 void* CGBitmapContextGetData(const CGContextRef& c);
@@ -81,7 +95,8 @@ size_t CGBitmapContextGetBytesPerRow(const CGContextRef& c);
 size_t CGBitmapContextGetBitsPerPixel(const CGContextRef& c);
 CGBitmapInfo CGBitmapContextGetBitmapInfo(const CGContextRef& c);
 CGColorSpaceRef CGBitmapContextGetColorSpace(const CGContextRef& c);
-// A copy of the pixels as a premultiplied image, top row first; null without a context.
+// A copy of the pixels, top row first: grey bytes for a grey context, else premultiplied B,G,R,A
+// bytes; null without a context.
 CGImageRef CGBitmapContextCreateImage(const CGContextRef& c);
 
 // The graphics state: transform, alpha, blend mode, clip mask, fill colour, interpolation.
@@ -102,7 +117,8 @@ void CGContextScaleCTM(const CGContextRef& c, double sx, double sy);
 void CGContextRotateCTM(const CGContextRef& c, double angle);
 void CGContextConcatCTM(const CGContextRef& c, const CGAffineTransform& t);
 CGAffineTransform CGContextGetCTM(const CGContextRef& c);
-// The user-space bounds of the drawable area: the whole bitmap (a mask clip is not tightened).
+// The user-space bounds of the drawable area: the bitmap, cut to the rectangles of the masks
+// clipped to (not to their covered pixels); CGRectNull when nothing can be drawn.
 CGRect CGContextGetClipBoundingBox(const CGContextRef& c);
 
 void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
@@ -110,5 +126,57 @@ void CGContextFillRect(const CGContextRef& c, const CGRect& rect);
 void CGContextClearRect(const CGContextRef& c, const CGRect& rect);
 // Draws the image upright, stretched to fill `rect`.
 void CGContextDrawImage(const CGContextRef& c, const CGRect& rect, const CGImageRef& image);
+
+// The current path. Points are taken through the transform in force when they are added; the
+// line width and dashes are measured through the transform in force when the path is stroked. The
+// path is no part of the graphics state: saving and restoring leave it alone, and painting it
+// (fill, stroke, draw) empties it. Lines and curves without a current point are ignored, as are
+// non-finite points.
+void CGContextBeginPath(const CGContextRef& c);
+void CGContextMoveToPoint(const CGContextRef& c, double x, double y);
+void CGContextAddLineToPoint(const CGContextRef& c, double x, double y);
+void CGContextAddCurveToPoint(const CGContextRef& c, double cp1x, double cp1y, double cp2x, double cp2y, double x,
+                              double y);
+void CGContextAddQuadCurveToPoint(const CGContextRef& c, double cpx, double cpy, double x, double y);
+void CGContextClosePath(const CGContextRef& c);
+// A closed subpath each; the ellipse is four Bezier quarters.
+void CGContextAddRect(const CGContextRef& c, const CGRect& rect);
+void CGContextAddEllipseInRect(const CGContextRef& c, const CGRect& rect);
+// An arc of the circle around (x, y) from one angle to the other (radians, counter-clockwise from
+// the x axis in y-up space), going clockwise when `clockwise` is non-zero, at most one full turn.
+// It starts with a line from the current point when there is one, else with a move.
+void CGContextAddArc(const CGContextRef& c, double x, double y, double radius, double startAngle, double endAngle,
+                     int clockwise);
+// A move to the first point and lines through the others.
+void CGContextAddLines(const CGContextRef& c, const CGPoint* points, size_t count);
+bool CGContextIsPathEmpty(const CGContextRef& c);
+// In the current user space; CGPointZero without a current point.
+CGPoint CGContextGetPathCurrentPoint(const CGContextRef& c);
+
+// Stroke parameters, part of the graphics state. Width 0 strokes one device pixel wide. Widths
+// below zero, miter limits below one and dash patterns with a negative or no positive length are
+// ignored; no lengths clears the dashes.
+void CGContextSetRGBStrokeColor(const CGContextRef& c, double red, double green, double blue, double alpha);
+void CGContextSetStrokeColorWithColor(const CGContextRef& c, const CGColorRef& color);
+void CGContextSetLineWidth(const CGContextRef& c, double width);
+void CGContextSetLineJoin(const CGContextRef& c, CGLineJoin join);
+void CGContextSetLineCap(const CGContextRef& c, CGLineCap cap);
+void CGContextSetMiterLimit(const CGContextRef& c, double limit);
+void CGContextSetLineDash(const CGContextRef& c, double phase, const double* lengths, size_t count);
+
+// Paint the current path through the state's alpha, clip and blend mode, then empty it. The modes
+// that fill and stroke fill first and composite the stroke over the result. Unknown modes paint
+// nothing and keep the path.
+void CGContextDrawPath(const CGContextRef& c, CGPathDrawingMode mode);
+void CGContextFillPath(const CGContextRef& c);
+void CGContextEOFillPath(const CGContextRef& c);
+void CGContextStrokePath(const CGContextRef& c);
+// Shorthands that replace the current path with the shape and paint it.
+void CGContextStrokeRect(const CGContextRef& c, const CGRect& rect);
+void CGContextStrokeRectWithWidth(const CGContextRef& c, const CGRect& rect, double width);
+void CGContextFillEllipseInRect(const CGContextRef& c, const CGRect& rect);
+void CGContextStrokeEllipseInRect(const CGContextRef& c, const CGRect& rect);
+// Strokes separate segments between points 0-1, 2-3 and so on.
+void CGContextStrokeLineSegments(const CGContextRef& c, const CGPoint* points, size_t count);
 
 }  // namespace brenvia

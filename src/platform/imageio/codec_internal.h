@@ -31,8 +31,23 @@ bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string
 // These read from memory only (source.data). readHEIF leaves `out.image` null, and succeeds, when
 // an auxiliary map is asked for and the file has none.
 bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
-bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+bool readWebP(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
 bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+
+// The reduction a decode with maxPixelSize makes: the largest of 8, 4 and 2 that keeps the longer
+// side, rounded up, at least `target` pixels; 1 when none does or no target is set. Every format
+// reduces by the same rule, JPEG by DCT scaling, WebP by its own scaler, HEIF by taking a
+// thumbnail where the file has one large enough, and the rest by averaging after the decode.
+unsigned scaleDenominator(size_t width, size_t height, size_t target);
+// The image reduced by `denominator`, each pixel the mean of the block it covers (blocks at the
+// right and bottom edges may be smaller, so sizes round up). Straight alpha weighs the colours.
+// Null when memory is short.
+CGImageRef reduceByAveraging(const CGImage& image, unsigned denominator);
+
+// A depth map that stores distance, uniform between the planes zNear and zFar (0 < zNear < zFar),
+// as the disparity its callers expect: zNear / Z, so 1 at the near plane, in 16-bit grey. Null
+// for other layouts than untagged Gray8 and Gray16, or when memory is short.
+CGImageRef disparityFromUniformDepth(const CGImage& depth, double zNear, double zFar);
 
 // False, with a reason, when a picture of this size must not be decoded.
 bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why);

@@ -7,6 +7,8 @@
 #include <libheif/heif.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -153,23 +155,24 @@ HandlePtr auxiliaryHandle(heif_image_handle* primary, AuxiliaryImage which) {
   return nullptr;
 }
 
-// Auxiliary maps are data, not colour: grey and untagged.
 // The smallest thumbnail stored with the picture whose longer side is at least `minimum`; null
-// when there is none. Thumbnails that are not smaller than the picture are passed over.
+// when there is none. Thumbnails that are not smaller than the picture, or not of its shape (up to
+// a pixel of rounding), are passed over.
 HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
-  const int width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
+  const int64_t width = heif_image_handle_get_width(primary), height = heif_image_handle_get_height(primary);
   std::vector<heif_item_id> ids(size_t(std::max(0, heif_image_handle_get_number_of_thumbnails(primary))));
   ids.resize(size_t(std::max(0, heif_image_handle_get_list_of_thumbnail_IDs(primary, ids.data(), int(ids.size())))));
   HandlePtr best;
-  int bestSide = 0;
+  int64_t bestSide = 0;
   for (heif_item_id id : ids) {
     heif_image_handle* found = nullptr;
     if (heif_image_handle_get_thumbnail(primary, id, &found).code != heif_error_Ok) continue;
     HandlePtr thumbnail(found);
-    const int w = heif_image_handle_get_width(found), h = heif_image_handle_get_height(found);
-    const int side = std::max(w, h);
+    const int64_t w = heif_image_handle_get_width(found), h = heif_image_handle_get_height(found);
+    const int64_t side = std::max(w, h);
     const bool smaller = w >= 1 && h >= 1 && w <= width && h <= height && side < std::max(width, height);
-    if (smaller && size_t(side) >= minimum && (!best || side < bestSide)) {
+    const bool sameShape = std::abs(w * height - h * width) <= std::max(width, height);
+    if (smaller && sameShape && side >= int64_t(minimum) && (!best || side < bestSide)) {
       best = std::move(thumbnail);
       bestSide = side;
     }
@@ -177,6 +180,24 @@ HandlePtr thumbnailHandle(heif_image_handle* primary, size_t minimum) {
   return best;
 }
 
+// The near and far planes of a depth map that stores distance uniformly between them; nothing
+// for maps that store disparity or inverse distance already, or whose planes are not given.
+std::optional<std::pair<double, double>> uniformDepthPlanes(heif_image_handle* primary) {
+  heif_item_id id;
+  const heif_depth_representation_info* info = nullptr;
+  if (heif_image_handle_get_list_of_depth_image_IDs(primary, &id, 1) != 1 ||
+      !heif_image_handle_get_depth_image_representation_info(primary, id, &info) || !info)
+    return std::nullopt;
+  std::optional<std::pair<double, double>> planes;
+  if (info->depth_representation_type == heif_depth_representation_type_uniform_Z && info->has_z_near &&
+      info->has_z_far && info->z_near > 0 && info->z_near < info->z_far)
+    planes = std::make_pair(info->z_near, info->z_far);
+  heif_depth_representation_info_free(info);
+  return planes;
+}
+
+// Auxiliary maps are data, not colour: grey and untagged. A map of distances is turned into
+// disparity, the form callers of the disparity map work with.
 bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImage& out, std::string& why) {
   HandlePtr aux = auxiliaryHandle(primary, which);
   if (!aux) return true;
@@ -184,10 +205,32 @@ bool readAuxiliary(heif_image_handle* primary, AuxiliaryImage which, DecodedImag
   if (!decodeHandle(aux.get(), true, pixels, why)) return false;
   out.properties = baseProperties(pixels.width, pixels.height);
   out.image = pixels.finish(nullptr);
-  return true;
+  const auto planes = which == AuxiliaryImage::Disparity ? uniformDepthPlanes(primary) : std::nullopt;
+  if (planes && out.image) out.image = disparityFromUniformDepth(*out.image, planes->first, planes->second);
+  if (!out.image) why = "HEIF: the auxiliary map could not be made";
+  return out.image != nullptr;
 }
 
 }  // namespace
+
+CGImageRef disparityFromUniformDepth(const CGImage& depth, double zNear, double zFar) {
+  const bool deep = depth.format() == CGPixelFormat::Gray16;
+  if (!deep && depth.format() != CGPixelFormat::Gray8) return nullptr;
+  PixelBuffer pixels;
+  if (!pixels.allocate(depth.width(), depth.height(), CGPixelFormat::Gray16)) return nullptr;
+  const double top = deep ? 65535.0 : 255.0;
+  for (size_t y = 0; y < depth.height(); ++y) {
+    const uint8_t* in = depth.row(y);
+    auto* out = reinterpret_cast<uint16_t*>(pixels.row(y));
+    for (size_t x = 0; x < depth.width(); ++x) {
+      uint16_t sample = in[x];
+      if (deep) std::memcpy(&sample, in + 2 * x, 2);
+      const double z = zNear + sample / top * (zFar - zNear);
+      out[x] = uint16_t(std::lround(65535.0 * zNear / z));
+    }
+  }
+  return pixels.finish(nullptr);
+}
 
 bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why) {
   ContextPtr context(heif_context_alloc());
@@ -212,12 +255,14 @@ bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options,
   out.properties["Orientation"] = 1;
   if (mode == ReadMode::HeaderOnly) return true;
 
-  // A stored thumbnail that is large enough spares decoding the full picture.
+  // A stored thumbnail that is large enough spares decoding the full picture; it takes the
+  // primary's colour when it carries none of its own.
   HandlePtr thumbnail = options.maxPixelSize ? thumbnailHandle(primary.get(), options.maxPixelSize) : nullptr;
   heif_image_handle* chosen = thumbnail ? thumbnail.get() : primary.get();
   PixelBuffer pixels;
   if (!decodeHandle(chosen, false, pixels, why)) return false;
-  CGColorSpaceRef space = heifColorSpace(chosen, pixels);
+  const bool ownColour = heif_image_handle_get_color_profile_type(chosen) != heif_color_profile_type_not_present;
+  CGColorSpaceRef space = heifColorSpace(ownColour ? chosen : primary.get(), pixels);
   return pixels.finishInto(out, std::move(space), "HEIF", why);
 }
 

@@ -29,12 +29,15 @@ enum class AuxiliaryImage { None, Disparity, PortraitMatte };
 
 struct DecodeOptions {
   // 0: full size. Otherwise the decoder may return a smaller picture whose longer side is still at
-  // least this many pixels (JPEG: DCT scaling by 1/2, 1/4 or 1/8, the smallest that keeps the longer
-  // side >= maxPixelSize). HEIF: the smallest thumbnail stored in the file whose longer side is at
-  // least maxPixelSize, when there is one. Other formats are always decoded at full size.
+  // least this many pixels: reduced by 1/2, 1/4 or 1/8, the smallest that keeps the longer side
+  // >= maxPixelSize, with sizes rounded up. JPEG scales while decoding and WebP with its own
+  // scaler; PNG, TIFF and HEIF average blocks of pixels after the decode. HEIF first takes the
+  // smallest thumbnail stored in the file, of the picture's shape, whose longer side is at least
+  // maxPixelSize, and reduces that by the same rule. Auxiliary maps keep their own size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
-  // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing.
+  // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing. A depth map
+  // that stores distance between two given planes comes as disparity (Gray16, 1 at the near plane).
   AuxiliaryImage auxiliary = AuxiliaryImage::None;
   // Large JPEG files (decodeFile only) may return before their rows are decoded: the rows arrive
   // from a thread of the decoder's own, and readers of the bitmap wait for the rows they touch. A

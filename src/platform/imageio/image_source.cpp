@@ -112,6 +112,17 @@ Format sniff(const uint8_t* head, size_t size) {
   return Format::Unknown;
 }
 
+// Pictures of formats that cannot be decoded at a reduced size are reduced here (for HEIF, the
+// thumbnail the decoder may have started from). Auxiliary maps keep their size.
+bool reduceToMaxPixelSize(const DecodeOptions& options, DecodedImage& out, std::string& why) {
+  if (options.auxiliary != AuxiliaryImage::None) return true;
+  const unsigned d = detail::scaleDenominator(out.image->width(), out.image->height(), options.maxPixelSize);
+  if (d == 1) return true;
+  out.image = detail::reduceByAveraging(*out.image, d);
+  if (!out.image) why = "not enough memory for the reduced picture";
+  return out.image != nullptr;
+}
+
 // Reads with the decoder for the sniffed format; on failure logs the one line and gives false.
 // The decoders of the newer formats take memory only, so a file is read in full for them.
 bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMode mode, const DecodeOptions& options,
@@ -131,12 +142,14 @@ bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMod
     case Format::JPEG: ok = detail::readJPEG(memory, mode, options, out, why); break;
     case Format::PNG: ok = detail::readPNG(memory, mode, out, why); break;
     case Format::HEIF: ok = detail::readHEIF(memory, mode, options, out, why); break;
-    case Format::WebP: ok = detail::readWebP(memory, mode, out, why); break;
+    case Format::WebP: ok = detail::readWebP(memory, mode, options, out, why); break;
     case Format::TIFF: ok = detail::readTIFF(memory, mode, out, why); break;
     case Format::Unknown:
       if (why.empty()) why = headSize == 0 ? "empty input" : "unrecognised file format";
       break;
   }
+  const bool scaledWhileDecoding = format == Format::JPEG || format == Format::WebP;
+  if (ok && out.image && !scaledWhileDecoding) ok = reduceToMaxPixelSize(options, out, why);
   if (!ok) detail::logFailure("read", name, why.empty() ? "unreadable data" : why);
   return ok;
 }

@@ -165,15 +165,6 @@ bool longEnoughForPicture(const jpeg_decompress_struct& c, size_t size) {
   return size >= blocks / 4;
 }
 
-// The smallest DCT scale (1/8, 1/4, 1/2) that keeps the longer side at least `target` pixels.
-unsigned scaleDenominator(size_t width, size_t height, size_t target) {
-  if (target == 0) return 1;
-  size_t longer = std::max(width, height);
-  for (unsigned d : {8u, 4u, 2u})
-    if ((longer + d - 1) / d >= target) return d;
-  return 1;
-}
-
 const jpeg_marker_struct* findExif(const jpeg_decompress_struct& c) {
   for (const jpeg_marker_struct* m = c.marker_list; m; m = m->next)
     if (m->marker == JPEG_APP0 + 1 && m->data_length >= 6 && std::memcmp(m->data, "Exif\0\0", 6) == 0) return m;

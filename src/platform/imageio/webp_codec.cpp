@@ -28,12 +28,13 @@ WebPData chunk(const WebPDemuxer* demux, const char* fourcc) {
 
 }  // namespace
 
-bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::string& why) {
-  WebPBitstreamFeatures features{};
-  if (WebPGetFeatures(source.data, source.size, &features) != VP8_STATUS_OK) {
+bool readWebP(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why) {
+  WebPDecoderConfig config;
+  if (!WebPInitDecoderConfig(&config) || WebPGetFeatures(source.data, source.size, &config.input) != VP8_STATUS_OK) {
     why = "WebP: the header is damaged";
     return false;
   }
+  const WebPBitstreamFeatures& features = config.input;
   if (features.has_animation) {
     why = "WebP: animations are not supported";
     return false;
@@ -48,18 +49,24 @@ bool readWebP(const Source& source, ReadMode mode, DecodedImage& out, std::strin
   }
   if (mode == ReadMode::HeaderOnly) return true;
 
+  // The decoder's own scaler averages the picture down while decoding.
+  const unsigned d = scaleDenominator(features.width, features.height, options.maxPixelSize);
+  const int width = (features.width + int(d) - 1) / int(d), height = (features.height + int(d) - 1) / int(d);
   PixelBuffer pixels;
   CGPixelFormat format = features.has_alpha ? CGPixelFormat::RGBA8 : CGPixelFormat::RGB8;
-  if (!pixels.allocate(features.width, features.height, format)) {
+  if (!pixels.allocate(width, height, format)) {
     why = "WebP: not enough memory for the pixels";
     return false;
   }
-  const size_t bufferSize = pixels.bytesPerRow * pixels.height;
-  const int stride = static_cast<int>(pixels.bytesPerRow);
-  uint8_t* decoded = features.has_alpha
-                         ? WebPDecodeRGBAInto(source.data, source.size, pixels.data.get(), bufferSize, stride)
-                         : WebPDecodeRGBInto(source.data, source.size, pixels.data.get(), bufferSize, stride);
-  if (!decoded) {
+  config.options.use_scaling = d > 1;
+  config.options.scaled_width = width;
+  config.options.scaled_height = height;
+  config.output.colorspace = features.has_alpha ? MODE_RGBA : MODE_RGB;
+  config.output.is_external_memory = 1;
+  config.output.u.RGBA = {pixels.data.get(), static_cast<int>(pixels.bytesPerRow), pixels.bytesPerRow * pixels.height};
+  const VP8StatusCode status = WebPDecode(source.data, source.size, &config);
+  WebPFreeDecBuffer(&config.output);
+  if (status != VP8_STATUS_OK) {
     why = "WebP: the picture data is damaged or truncated";
     return false;
   }

@@ -7,25 +7,17 @@ namespace {
 
 using test::pixelAt;
 
-CIImageRef opaqueRed() { return CIImage::imageWithCGImage(test::solidBitmap(4, 4, {255, 0, 0, 255})); }
-
-CIImageRef halveRed(const CIImageRef& image) {
-  return image->imageByApplyingFilter("CIColorMatrix", {{"inputRVector", CIVector{0.5, 0, 0, 0}}});
-}
-
-TEST(ColorManagement, MatrixRunsOnLinearValuesByDefault) {
-  auto out = CIContext::context()->createCGImage(halveRed(opaqueRed()), CGRectMake(0, 0, 4, 4));
-  ASSERT_TRUE(out);
-  // 0.5 linear is 187.5 in sRGB bytes; the reference reports 187 and we round to nearest.
-  EXPECT_NEAR(pixelAt(out, 1, 1)[0], 187, 1);
-  EXPECT_EQ(pixelAt(out, 1, 1)[3], 255);
-}
-
-TEST(ColorManagement, NullWorkingSpaceUsesStoredValues) {
-  auto context = CIContext::contextWithOptions(test::unmanaged());
-  auto out = context->createCGImage(halveRed(opaqueRed()), CGRectMake(0, 0, 4, 4));
-  ASSERT_TRUE(out);
-  EXPECT_EQ(pixelAt(out, 0, 0)[0], 128);
+// Halving red runs on linear values by default (0.5 linear is 187.5 in sRGB bytes, rounded either
+// way) and on the stored values without a working space.
+TEST(ColorManagement, MatrixRunsInTheWorkingSpace) {
+  auto halved = CIImage::imageWithCGImage(test::solidBitmap(4, 4, {255, 0, 0, 255}))
+                    ->imageByApplyingFilter("CIColorMatrix", {{"inputRVector", CIVector{0.5, 0, 0, 0}}});
+  for (auto [options, red, tolerance] : {std::tuple{CIContextOptions{}, 187, 1}, {test::unmanaged(), 128, 0}}) {
+    auto out = CIContext::contextWithOptions(options)->createCGImage(halved, CGRectMake(0, 0, 4, 4));
+    ASSERT_TRUE(out);
+    EXPECT_NEAR(pixelAt(out, 1, 1)[0], red, tolerance) << red;
+    EXPECT_EQ(pixelAt(out, 1, 1)[3], 255);
+  }
 }
 
 TEST(ColorManagement, SRGBWorkingSpaceRoundTripsBytes) {

@@ -45,7 +45,6 @@ TEST(PropertyList, BinaryAndXMLRoundTripsKeepEveryKindOfValue) {
   for (auto format : {BVPropertyListFormat::Binary, BVPropertyListFormat::XML}) {
     SCOPED_TRACE(format == BVPropertyListFormat::Binary ? "binary" : "XML");
     auto bytes = BVPropertyListWrite(everyKind(), format);
-    ASSERT_FALSE(bytes.empty());
     EXPECT_TRUE(BVLooksLikePropertyList(bytes.data(), bytes.size()));
     auto back = read(bytes);
     ASSERT_TRUE(back);

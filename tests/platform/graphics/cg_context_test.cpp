@@ -190,5 +190,24 @@ TEST(CGContext, GradientsRunFromStartToEnd) {
   EXPECT_EQ(bytesAt(memory, 8, 7, 0)[3], 0);  // beyond the end circle without the option
 }
 
+TEST(CGContext, ClipBoundingBoxFollowsMaskRectanglesAndTheTransform) {
+  std::vector<uint8_t> memory;
+  CGContextRef context = rgbaContext(memory, 10, 8);
+  CGImageRef mask = test::solidBitmap(1, 1, {255, 255, 255, 255});
+  EXPECT_TRUE(CGRectEqualToRect(CGContextGetClipBoundingBox(context), CGRectMake(0, 0, 10, 8)));
+  CGContextSaveGState(context);
+  CGContextClipToMask(context, CGRectMake(2, 3, 4, 5), mask);
+  EXPECT_TRUE(CGRectEqualToRect(CGContextGetClipBoundingBox(context), CGRectMake(2, 3, 4, 5)));  // cut at the top edge
+  CGContextClipToMask(context, CGRectMake(4, -2, 10, 6), mask);
+  EXPECT_TRUE(CGRectEqualToRect(CGContextGetClipBoundingBox(context), CGRectMake(4, 3, 2, 1)));
+  CGContextTranslateCTM(context, 1, 1);
+  CGContextScaleCTM(context, 2, 2);
+  EXPECT_TRUE(CGRectEqualToRect(CGContextGetClipBoundingBox(context), CGRectMake(1.5, 1, 1, 0.5)));
+  CGContextClipToMask(context, CGRectMake(-9, -9, 1, 1), mask);
+  EXPECT_TRUE(CGRectIsNull(CGContextGetClipBoundingBox(context)));
+  CGContextRestoreGState(context);
+  EXPECT_TRUE(CGRectEqualToRect(CGContextGetClipBoundingBox(context), CGRectMake(0, 0, 10, 8)));
+}
+
 }  // namespace
 }  // namespace brenvia

@@ -6,7 +6,8 @@
 namespace brenvia::imageio {
 namespace {
 
-// A red 240 x 160 picture with stored blue thumbnails of 60 x 40, 120 x 80 and (passed over) 480 x 320.
+// A red 240 x 160 picture with stored blue thumbnails of 60 x 40, 120 x 80 and, passed over for
+// their size or shape, 480 x 320 and 100 x 100.
 std::vector<uint8_t> heifWithThumbnails() {
   heif_context* context = heif_context_alloc();
   heif_encoder* encoder = nullptr;
@@ -21,8 +22,8 @@ std::vector<uint8_t> heifWithThumbnails() {
     return handle;
   };
   heif_image_handle* main = encode(240, 160, 220, 0);
-  for (int w : {60, 120, 480}) {
-    heif_image_handle* thumbnail = encode(w, w * 2 / 3, 0, 220);
+  for (auto [w, h] : {std::pair{60, 40}, {120, 80}, {480, 320}, {100, 100}}) {
+    heif_image_handle* thumbnail = encode(w, h, 0, 220);
     heif_context_assign_thumbnail(context, thumbnail, main);
     heif_image_handle_release(thumbnail);
   }
@@ -40,7 +41,8 @@ TEST(HEIFThumbnails, DecodesTheSmallestStoredThumbnailThatIsLargeEnough) {
   const struct {
     size_t maxPixelSize, width;
     bool blue;
-  } cases[] = {{0, 240, false}, {50, 60, true}, {60, 60, true}, {61, 120, true}, {121, 240, false}};
+  } cases[] = {{0, 240, false}, {50, 60, true}, {60, 60, true}, {61, 120, true}, {90, 120, true}, {121, 240, false},
+               {25, 30, true}};  // the thumbnail is reduced further, as other formats are
   for (const auto& c : cases) {
     auto decoded = decodeData(file.data(), file.size(), {.maxPixelSize = c.maxPixelSize});
     ASSERT_TRUE(decoded);

@@ -2,6 +2,7 @@
 // maps in HEIF, and damaged files.
 
 #include "image/image.h"
+#include "platform/imageio/codec_internal.h"
 #include "platform/imageio/heif_test_support.h"
 #include "platform/imageio/imageio_test_support.h"
 
@@ -166,6 +167,27 @@ TEST(MoreFormats, HeifAuxiliaryMapsAreDecodedUntaggedAndOnlyWhenPresent) {
     EXPECT_FALSE(decodeData(bytes.data(), bytes.size(), options));
     EXPECT_TRUE(log.lines.empty());
   }
+}
+
+// Distances 1, 2 and 4 between the planes 1 and 4 become the disparities 1, 1/2 and 1/4.
+TEST(MoreFormats, DepthMapsOfDistanceBecomeDisparity) {
+  for (F format : {F::Gray8, F::Gray16}) {
+    const bool deep = format == F::Gray16;
+    auto depth = CGImage::allocate(3, 1, format, nullptr);
+    const uint16_t samples[] = {0, uint16_t(deep ? 21845 : 85), uint16_t(deep ? 65535 : 255)};
+    for (size_t x = 0; x < 3; ++x) {
+      if (deep) std::memcpy(depth->mutableRow(0) + 2 * x, &samples[x], 2);
+      else depth->mutableRow(0)[x] = uint8_t(samples[x]);
+    }
+    CGImageRef disparity = detail::disparityFromUniformDepth(*depth, 1.0, 4.0);
+    ASSERT_TRUE(disparity);
+    EXPECT_EQ(disparity->format(), F::Gray16);
+    EXPECT_EQ(disparity->colorSpace(), nullptr);
+    EXPECT_EQ(sample(*disparity, 0, 0, 0), 65535);
+    EXPECT_EQ(sample(*disparity, 1, 0, 0), 32768);
+    EXPECT_EQ(sample(*disparity, 2, 0, 0), 16384);
+  }
+  EXPECT_FALSE(detail::disparityFromUniformDepth(*CGImage::allocate(1, 1, F::RGB8, nullptr), 1.0, 4.0));
 }
 
 TEST(MoreFormats, ImagesLoadedFromHeifCarryTheirMaps) {

@@ -28,6 +28,9 @@ class PointKernel {
   // Kernels that are an affine map of premultiplied rgb, leaving alpha alone, give it here so that
   // neighbours fold into one matrix: rows r, g, b; columns r, g, b, a.
   virtual std::optional<std::array<float, 12>> premultipliedMatrix() const { return std::nullopt; }
+  // Whether each pixel's result depends on that pixel alone, not on where it is: such kernels
+  // over a flat colour are worked out once, when the render is planned.
+  virtual bool isPerPixel() const { return premultipliedMatrix().has_value(); }
 };
 
 // Output point -> source point; the output is the bilinear sample of the input there.

@@ -77,6 +77,7 @@ class Plan {
  private:
   Stage* build(const CIImage& image) {
     if (auto it = memo_.find(&image); it != memo_.end()) return it->second;
+    if (Stage* folded = foldedFlatColour(image)) return memo_[&image] = folded;
     std::unique_ptr<Stage> stage;
     std::vector<const CIImage*> inputs;
     for (const auto& input : image.inputs()) inputs.push_back(input.get());
@@ -106,11 +107,40 @@ class Plan {
       ++built->consumers;
       stage->inputs.push_back(built);
     }
-    stage->extent = PixelRect::covering(image.extent());
+    return memo_[&image] = add(std::move(stage), image.extent());
+  }
+
+  Stage* add(std::unique_ptr<Stage> stage, const CGRect& extent) {
+    stage->extent = PixelRect::covering(extent);
     stage->id = int(stages.size());
     stages.push_back(std::move(stage));
-    memo_[&image] = stages.back().get();
     return stages.back().get();
+  }
+
+  // A per-pixel kernel over a flat colour, cropped or not, is the flat colour it makes, cropped
+  // alike: inside the extent every pixel is that colour, and outside it nothing is drawn. An
+  // overlay colour faded by an opacity step so costs nothing per pixel.
+  Stage* foldedFlatColour(const CIImage& image) {
+    if (image.kind() != CIImage::Kind::Point || image.inputs().size() != 1) return nullptr;
+    const auto kernel = std::static_pointer_cast<const PointKernel>(image.kernel());
+    if (!kernel->isPerPixel()) return nullptr;
+    const CIImage* input = image.inputs()[0].get();
+    const CIImage* crop = input->kind() == CIImage::Kind::Crop ? input : nullptr;
+    const CIImage* colour = crop ? crop->inputs()[0].get() : input;
+    if (colour->kind() != CIImage::Kind::Color) return nullptr;
+    auto evaluate = [&](const std::array<float, 4>& p) {
+      Span s;
+      s.n = 1;
+      s.r[0] = p[0], s.g[0] = p[1], s.b[0] = p[2], s.a[0] = p[3];
+      kernel->apply(s, {}, env_);
+      return std::array<float, 4>{s.r[0], s.g[0], s.b[0], s.a[0]};
+    };
+    Stage* flat = add(makeColorStage(evaluate(env_.pixel(colour->color()))), colour->extent());
+    if (!crop) return flat;
+    auto cropStage = makeCropStage(crop->rect());
+    cropStage->inputs.push_back(flat);
+    ++flat->consumers;
+    return add(std::move(cropStage), image.extent());
   }
 
   // Runs of affine colour maps fold into one matrix stage.

@@ -24,6 +24,16 @@ inline void sampleBilinear(const PlanarView& src, const float* sx, const float* 
     float tx = fx - x0f, ty = fy - y0f;
     int64_t x0 = int64_t(x0f), y0 = int64_t(y0f);
     float w[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
+    // Inside the buffer, the four neighbours are read without bounds checks (the common case).
+    if (x0 >= r.x && x0 + 1 < r.maxX() && y0 >= r.y && y0 + 1 < r.maxY()) {
+      const size_t off = size_t(y0 - r.y) * src.stride + size_t(x0 - r.x);
+      float* channel[4] = {out.r, out.g, out.b, out.a};
+      for (int c = 0; c < 4; ++c) {
+        const float* p = src.plane[c] + off;
+        channel[c][i] = w[0] * p[0] + w[1] * p[1] + w[2] * p[src.stride] + w[3] * p[src.stride + 1];
+      }
+      continue;
+    }
     int64_t xs[4] = {x0, x0 + 1, x0, x0 + 1}, ys[4] = {y0, y0, y0 + 1, y0 + 1};
     float acc[4] = {0, 0, 0, 0};
     for (int k = 0; k < 4; ++k) {

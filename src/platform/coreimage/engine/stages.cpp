@@ -164,6 +164,75 @@ class AffineWarp final : public WarpKernel {
   CGAffineTransform t_, inv_;
 };
 
+// A scale along the axes with a translation (placed overlays, enlarged plates), sampled
+// bilinearly in two passes: each input row of the tile is first resampled across to the output
+// columns, then each output row mixes the two rows around it. An enlargement by k reads every
+// input row for k output rows, so most of the work is one mix per pixel. Samples outside the
+// input count as transparent, as in the general sampler; results do not depend on the tiling.
+class AxisScaleStage final : public WarpStage {
+ public:
+  explicit AxisScaleStage(const CGAffineTransform& t)
+      : WarpStage(std::make_shared<AffineWarp>(t)), inv_(CGAffineTransformInvert(t)) {}
+
+  void prepare(TileState& ts) const override {
+    WarpStage::prepare(ts);
+    const PlanarView& src = ts.buffer(id, 0).view();
+    const PixelRect roi = ts.slots[size_t(id)].roi;
+    PlanarBuffer& across = ts.buffer(id, 1);
+    across.reset({roi.x, src.rect.y, roi.w, src.rect.h});
+    const PlanarView& rows = across.view();
+    std::vector<int64_t> left(size_t(roi.w));
+    std::vector<float> weight(size_t(roi.w));
+    for (int64_t j = 0; j < roi.w; ++j) {
+      const float fx = float(inv_.a * (double(roi.x + j) + 0.5) + inv_.tx) - 0.5f;
+      const float x0 = std::isfinite(fx) ? std::floor(fx) : -1e30f;
+      left[size_t(j)] = std::isfinite(fx) ? int64_t(std::clamp(x0, -1e15f, 1e15f)) : src.rect.x - 2;
+      weight[size_t(j)] = fx - x0;
+    }
+    for (int64_t y = 0; y < src.rect.h; ++y) {
+      for (int c = 0; c < 4; ++c) {
+        const float* in = src.row(c, src.rect.y + y);
+        float* out = rows.row(c, src.rect.y + y);
+        for (int64_t j = 0; j < roi.w; ++j) {
+          const int64_t x = left[size_t(j)] - src.rect.x;
+          const float a = x >= 0 && x < src.rect.w ? in[x] : 0.0f;
+          const float b = x + 1 >= 0 && x + 1 < src.rect.w ? in[x + 1] : 0.0f;
+          out[j] = a + (b - a) * weight[size_t(j)];
+        }
+      }
+    }
+  }
+
+  void row(Span& s, TileState& ts) const override {
+    const PlanarView& rows = ts.buffer(id, 1).view();
+    const float fy = float(inv_.d * (double(s.y) + 0.5) + inv_.ty) - 0.5f;
+    const float y0 = std::isfinite(fy) ? std::floor(fy) : -1e30f;
+    const int64_t top = int64_t(std::clamp(y0, -1e15f, 1e15f));
+    const float t = fy - y0;
+    const bool hasTop = top >= rows.rect.y && top < rows.rect.maxY();
+    const bool hasBottom = top + 1 >= rows.rect.y && top + 1 < rows.rect.maxY();
+    float* out[4] = {s.r, s.g, s.b, s.a};
+    for (int c = 0; c < 4; ++c) {
+      const float* a = hasTop ? rows.row(c, top) + (s.x - rows.rect.x) : nullptr;
+      const float* b = hasBottom ? rows.row(c, top + 1) + (s.x - rows.rect.x) : nullptr;
+      float* o = out[c];
+      if (a && b) {
+        for (int i = 0; i < s.n; ++i) o[i] = a[i] + (b[i] - a[i]) * t;
+      } else if (a) {
+        for (int i = 0; i < s.n; ++i) o[i] = a[i] * (1 - t);
+      } else if (b) {
+        for (int i = 0; i < s.n; ++i) o[i] = b[i] * t;
+      } else {
+        std::fill_n(o, s.n, 0.0f);
+      }
+    }
+    if (!spanInside(s, extent)) clipToExtent(s, extent);
+  }
+
+ private:
+  CGAffineTransform inv_;
+};
+
 // A whole-pixel translation needs no resampling: rows are read shifted.
 class TranslateStage final : public Stage {
  public:
@@ -303,6 +372,7 @@ std::unique_ptr<Stage> makeTransformStage(const CGAffineTransform& t) {
     auto factor = [](double f) { return int64_t(std::clamp(std::floor(f), 1.0, 65536.0)); };
     return std::make_unique<ReducedAffineStage>(t, factor(fx), factor(fy));
   }
+  if (t.b == 0 && t.c == 0) return std::make_unique<AxisScaleStage>(t);
   return std::make_unique<WarpStage>(std::make_shared<AffineWarp>(t));
 }
 std::unique_ptr<Stage> makeCropStage(const CGRect& rect) { return std::make_unique<CropStage>(rect); }

@@ -224,6 +224,27 @@ struct Divide {
   }
 };
 
+// Cs ≤ 0.5 ? (Cs ≤ 0 ? 0 : max(0, 1 − (1 − Cb)/(2·Cs))) : (Cs ≥ 1 ? 1 : min(1, Cb/(2·(1 − Cs)))):
+// colour burn with 2·Cs below the middle, colour dodge with 2·Cs − 1 above it.
+struct VividLight {
+  template <class V>
+  static V term(V cb, V cs, V ab, V as) {
+    V both = as * ab;
+    V burned = max(V{}, both - as * as * (ab - cb) / nonZero(2.0f * cs));
+    V dodged = min(both, as * as * cb / nonZero(2.0f * (as - cs)));
+    return select(2.0f * cs <= as, select(cs <= 0.0f, V{}, burned), select(cs >= as, both, dodged));
+  }
+};
+
+// clamp(Cb + 2·Cs − 1, 0, 1): linear burn below the middle, linear dodge above it.
+struct LinearLight {
+  template <class V>
+  static V term(V cb, V cs, V ab, V as) {
+    V both = as * ab;
+    return min(both, max(V{}, as * cb + 2.0f * ab * cs - both));
+  }
+};
+
 // B(Cb, Cs) of a separable mode on straight colours.
 template <class Mode, class V>
 V blendFunction(V cb, V cs) {

@@ -31,6 +31,8 @@ class ColorMatrixKernel final : public PointKernel {
     }
   }
 
+  bool isPerPixel() const override { return true; }
+
   // With alpha passed through unchanged the matrix is affine on premultiplied rgb.
   std::optional<std::array<float, 12>> premultipliedMatrix() const override {
     if (a_ != Vec4{0, 0, 0, 1} || bias_[3] != 0) return std::nullopt;

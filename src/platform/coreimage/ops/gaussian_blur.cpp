@@ -311,7 +311,7 @@ class HalfPlanes final : public RowSource {
 // place. Every row and column is processed whole and in the same way for any thread count.
 class SlidingGaussian final : public WholeImageKernel {
  public:
-  explicit SlidingGaussian(const CosineWindow& window) : w_(window) {}
+  SlidingGaussian(const CosineWindow& window, const PixelRect& inputExtent) : w_(window), inputExtent_(inputExtent) {}
   std::string_view name() const override { return "CIGaussianBlur"; }
   PixelRect roi(int, const PixelRect& out) const override { return out.outset(w_.n, w_.n); }
 
@@ -331,6 +331,15 @@ class SlidingGaussian final : public WholeImageKernel {
       Scratch& s = scratch.local();
       const int64_t first = b * int64_t(kRowLanes), count = std::min<int64_t>(int64_t(kRowLanes), samples - first);
       const PixelRect rect{out.x - n, out.y - n + first, inWidth, count};
+      // Rows beyond the input are transparent and stay so: a window far wider than the picture
+      // then costs the picture's rows, not the window's.
+      if (rect.intersect(inputExtent_).empty()) {
+        for (int c = 0; c < 4; ++c) {
+          std::fill_n(result->plane(c) + size_t(first + 1) * result->stride(), size_t(count) * result->stride(),
+                      hwy::float16_t());
+        }
+        return;
+      }
       s.band.reset(rect);
       input(0, rect, s.band.view());
       s.interleaved.assign(size_t(inWidth) * kRowLanes, 0.0f);
@@ -365,6 +374,7 @@ class SlidingGaussian final : public WholeImageKernel {
 
  private:
   CosineWindow w_;
+  PixelRect inputExtent_;
 };
 
 }  // namespace
@@ -385,7 +395,9 @@ void registerGaussianBlur() {
           auto kernel = std::make_shared<SeparableConvolution>(std::vector<float>(exact.begin(), exact.end()));
           return CIImage::makeRegion(std::move(kernel), {input}, extent);
         }
-        return CIImage::makeWholeImage(std::make_shared<SlidingGaussian>(fitGaussianWindow(sigma)), {input}, extent);
+        return CIImage::makeWholeImage(
+            std::make_shared<SlidingGaussian>(fitGaussianWindow(sigma), PixelRect::covering(input->extent())), {input},
+            extent);
       });
 }
 

@@ -1,5 +1,7 @@
 #include "platform/coreimage/ops/compositing_test_support.h"
 
+#include "operators/library_operators.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,6 +45,12 @@ const std::map<std::string, std::function<double(double, double)>>& separable() 
       {"CILinearDodgeBlendMode", [](double b, double s) { return std::min(1.0, b + s); }},
       {"CISubtractBlendMode", [](double b, double s) { return std::max(0.0, b - s); }},
       {"CIDivideBlendMode", [](double b, double s) { return s == 0 ? (b == 0 ? 0 : 1) : std::min(1.0, b / s); }},
+      {"BVVividLightBlendMode",
+       [](double b, double s) {
+         if (s <= 0.5) return s <= 0 ? 0 : std::max(0.0, 1 - (1 - b) / (2 * s));
+         return s >= 1 ? 1 : std::min(1.0, b / (2 * (1 - s)));
+       }},
+      {"BVLinearLightBlendMode", [](double b, double s) { return std::clamp(b + 2 * s - 1, 0.0, 1.0); }},
   };
   return modes;
 }
@@ -94,6 +102,7 @@ const std::map<std::string, std::function<Rgb(const Rgb&, const Rgb&)>>& nonSepa
 }
 
 std::vector<std::string> allModes() {
+  BVRegisterLibraryOperators();
   std::vector<std::string> names;
   for (const auto& [name, fn] : separable()) names.push_back(name);
   for (const auto& [name, fn] : nonSeparable()) names.push_back(name);
@@ -146,26 +155,14 @@ CIImageRef blendImages(const std::string& mode, const CIImageRef& source, const 
   return source->imageByApplyingFilter(mode, {{"inputBackgroundImage", backdrop}});
 }
 
-TEST(BlendModes, ReferenceValues) {
-  CGRect r = CGRectMake(0, 0, 3, 2);
-  auto grey = test::solid({0.5f, 0.5f, 0.5f, 1}, r);
-  test::Rendered multiplied(blendImages("CIMultiplyBlendMode", grey, grey), r);
-  EXPECT_FLOAT_EQ(multiplied.at(1, 1)[0], 0.25f);
-  EXPECT_FLOAT_EQ(multiplied.at(2, 0)[2], 0.25f);
-  EXPECT_FLOAT_EQ(multiplied.at(2, 0)[3], 1.0f);
-
-  auto white = test::solid({1, 1, 1, 1}, r), quarter = test::solid({0.25f, 0.25f, 0.25f, 1}, r);
-  test::Rendered soft(blendImages("CISoftLightBlendMode", white, quarter), r);
-  EXPECT_FLOAT_EQ(soft.at(0, 0)[1], 0.5f);
-  EXPECT_FLOAT_EQ(soft.at(0, 0)[3], 1.0f);
-}
-
-// The exact comparisons of dodge, burn and divide hold on translucent pixels too.
-TEST(BlendModes, GuardedCasesOnTranslucentPixels) {
+// A hand-computed value (soft light's second branch) and the exact comparisons of dodge, burn and
+// divide, which hold on translucent pixels too.
+TEST(BlendModes, ReferenceValuesAndGuardedCases) {
   CGRect r = CGRectMake(0, 0, 1, 1);
   auto blendAt = [&](const char* mode, Pixel s, Pixel b) {
     return test::Rendered(blendImages(mode, test::solid(s, r), test::solid(b, r)), r).at(0, 0);
   };
+  EXPECT_FLOAT_EQ(blendAt("CISoftLightBlendMode", {1, 1, 1, 1}, {0.25f, 0.25f, 0.25f, 1})[1], 0.5f);
   // Cb = 1 burns to 1 even by a black source.
   EXPECT_NEAR(blendAt("CIColorBurnBlendMode", {0, 0, 0, 0.7f}, {0.3f, 0.3f, 0.3f, 0.3f})[0], 0.3, 1e-6);
   // Cb = 0 dodges to 0 even by a white source.
@@ -180,15 +177,10 @@ TEST(BlendModes, EveryModeFollowsTheBlendEquation) {
   auto source = test::floatImage(kW, kH, sourceAt), backdrop = test::floatImage(kW, kH, backdropAt);
   for (const std::string& mode : allModes()) {
     SCOPED_TRACE(mode);
-    double tolerance = nonSeparable().count(mode) ? 1e-4 : 2e-5;
-    test::Rendered out(blendImages(mode, source, backdrop), CGRectMake(0, 0, kW, kH));
-    for (size_t j = 0; j < kH; ++j) {
-      for (size_t i = 0; i < kW; ++i) {
-        Pixel want = expected(mode, sourceAt(i, j), backdropAt(i, j)), got = out.at(double(i), double(j));
-        for (size_t c = 0; c < 4; ++c)
-          ASSERT_NEAR(got[c], want[c], tolerance * std::max(1.0f, std::abs(want[c]))) << "pixel " << i << "," << j;
-      }
-    }
+    test::expectEachPixel(
+        blendImages(mode, source, backdrop), kW, kH,
+        [&](size_t i, size_t j, size_t c) { return expected(mode, sourceAt(i, j), backdropAt(i, j))[c]; },
+        nonSeparable().count(mode) ? 1e-4 : 2e-5, true);
   }
 }
 
@@ -197,23 +189,19 @@ TEST(BlendModes, TransparentSideShowsTheOtherUnchanged) {
   auto varied = test::floatImage(kW, kH, backdropAt), clear = test::solid({0, 0, 0, 0}, r);
   for (const std::string& mode : allModes()) {
     SCOPED_TRACE(mode);
-    test::Rendered overClear(blendImages(mode, varied, clear), r), underClear(blendImages(mode, clear, varied), r);
-    for (size_t j = 0; j < kH; ++j) {
-      for (size_t i = 0; i < kW; ++i) {
-        Pixel want = backdropAt(i, j);
-        for (size_t c = 0; c < 4; ++c) {
-          ASSERT_FLOAT_EQ(overClear.at(double(i), double(j))[c], want[c]) << "source shown, pixel " << i;
-          ASSERT_FLOAT_EQ(underClear.at(double(i), double(j))[c], want[c]) << "backdrop kept, pixel " << i;
-        }
-      }
-    }
+    auto want = [](size_t i, size_t j, size_t c) { return backdropAt(i, j)[c]; };
+    test::expectEachPixel(blendImages(mode, varied, clear), kW, kH, want, 0);
+    test::expectEachPixel(blendImages(mode, clear, varied), kW, kH, want, 0);
   }
 }
 
+// Source atop covers only the backdrop; every other mode and compositing operation the union.
 TEST(BlendModes, NeedBothInputsAndCoverTheUnion) {
   auto a = test::solid({0.2f, 0.4f, 0.6f, 1}, CGRectMake(0, 0, 4, 4));
   auto b = test::solid({0.5f, 0.5f, 0.5f, 0.5f}, CGRectMake(2, -3, 6, 5));
-  for (const std::string& mode : allModes()) {
+  auto names = allModes();
+  names.insert(names.end(), {"CISourceOverCompositing", "CIMaximumCompositing", "CISourceAtopCompositing"});
+  for (const std::string& mode : names) {
     SCOPED_TRACE(mode);
     auto filter = CIFilter::filterWithName(mode);
     ASSERT_TRUE(filter);
@@ -223,7 +211,8 @@ TEST(BlendModes, NeedBothInputsAndCoverTheUnion) {
     filter->setValue(b, "inputBackgroundImage");
     auto out = filter->outputImage();
     ASSERT_TRUE(out);
-    EXPECT_TRUE(CGRectEqualToRect(out->extent(), CGRectMake(0, -3, 8, 7)));
+    CGRect covered = mode == "CISourceAtopCompositing" ? b->extent() : CGRectMake(0, -3, 8, 7);
+    EXPECT_TRUE(CGRectEqualToRect(out->extent(), covered));
     filter->setValue(CIValue(), "inputImage");
     EXPECT_FALSE(filter->outputImage());
   }

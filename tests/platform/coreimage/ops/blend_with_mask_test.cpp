@@ -21,8 +21,7 @@ TEST(BlendWithMask, GreyMaskWithoutBackgroundScalesTheImage) {
   auto out =
       maskBlend("CIBlendWithMask", test::solid({1, 1, 1, 1}, r), nullptr, test::solid({0.25f, 0.25f, 0.25f, 1}, r));
   ASSERT_TRUE(out);
-  Pixel p = test::Rendered(out, r).at(1, 1);
-  for (float v : p) EXPECT_FLOAT_EQ(v, 0.25f);
+  test::expectEachPixel(out, 3, 3, [](size_t, size_t, size_t) { return 0.25; }, 0);
 }
 
 // Mixes all four premultiplied channels by the mask's green (or alpha), clamped to [0, 1].
@@ -36,14 +35,11 @@ TEST(BlendWithMask, MixesByClampedMaskChannel) {
   auto mask = test::floatImage(9, 2, maskAt);
   for (auto [name, green] : {std::pair{"CIBlendWithMask", true}, std::pair{"CIBlendWithAlphaMask", false}}) {
     SCOPED_TRACE(name);
-    test::Rendered out(maskBlend(name, image, background, mask), CGRectMake(0, 0, 9, 2));
-    for (size_t j = 0; j < 2; ++j) {
-      for (size_t i = 0; i < 9; ++i) {
-        double k = std::clamp(double(green ? level(i) : level(8 - i)), 0.0, 1.0);
-        Pixel s = imageAt(i, j), b = backgroundAt(i, j), got = out.at(double(i), double(j));
-        for (size_t c = 0; c < 4; ++c) ASSERT_NEAR(got[c], b[c] + (s[c] - b[c]) * k, 1e-6) << i << "," << j;
-      }
-    }
+    auto want = [&](size_t i, size_t j, size_t c) {
+      double k = std::clamp(double(green ? level(i) : level(8 - i)), 0.0, 1.0);
+      return backgroundAt(i, j)[c] + (imageAt(i, j)[c] - backgroundAt(i, j)[c]) * k;
+    };
+    test::expectEachPixel(maskBlend(name, image, background, mask), 9, 2, want, 1e-6);
   }
 }
 

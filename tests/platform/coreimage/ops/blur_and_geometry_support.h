@@ -4,8 +4,11 @@
 // the geometry, blur and sharpening tests.
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <vector>
 
@@ -130,5 +133,36 @@ inline std::vector<double> gaussianWindow(double sigma) {
 }
 
 inline CGRect rectOf(const Plane& p) { return CGRectMake(p.x0, p.y0, p.w, p.h); }
+
+// Renders the pixels `image`'s (finite) extent touches and compares each with expected(x, y).
+inline void expectPixels(const CIImageRef& image, const std::function<Pixel(int, int)>& expected, double tolerance,
+                         const std::string& what) {
+  const CGRect rect = CGRectIntegral(image->extent());
+  auto out = render(image, rect);
+  for (int y = int(rect.origin.y); y < int(CGRectGetMaxY(rect)); ++y) {
+    for (int x = int(rect.origin.x); x < int(CGRectGetMaxX(rect)); ++x) {
+      Pixel want = expected(x, y), got = out.at(x, y);
+      for (size_t c = 0; c < 4; ++c)
+        ASSERT_NEAR(got[c], want[c], tolerance) << what << " at " << x << "," << y << " channel " << c;
+    }
+  }
+}
+
+// One thread with tiles of 512 against each (threads, tile size) pair, bit for bit.
+inline void expectTileIndependent(const CIImageRef& image,
+                                  std::initializer_list<std::pair<int, int>> setups = {{2, 37}}) {
+  auto with = [&](int threads, int tile) {
+    CIContextOptions o = unmanaged();
+    o.tileSize = tile;
+    o.threads = threads;
+    return renderFloat(image, CGRectIntegral(image->extent()), o);
+  };
+  auto reference = with(1, 512);
+  for (auto [threads, tile] : setups) {
+    auto other = with(threads, tile);
+    EXPECT_EQ(std::memcmp(reference.data(), other.data(), reference.size() * sizeof(float)), 0)
+        << threads << " threads, tiles of " << tile;
+  }
+}
 
 }  // namespace brenvia::test

@@ -3,7 +3,11 @@
 #include "platform/coreimage/ci_color.h"
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -50,5 +54,19 @@ class Rendered {
   CGRect rect_;
   std::vector<float> values_;
 };
+
+// Renders w × h pixels from the origin and compares channel c of pixel (i, j) with want(i, j, c),
+// within the tolerance, or within the tolerance times the value where `relative` and it exceeds 1.
+template <class F>
+void expectEachPixel(const CIImageRef& image, size_t w, size_t h, F want, double tolerance, bool relative = false) {
+  Rendered out(image, CGRectMake(0, 0, double(w), double(h)));
+  for (size_t j = 0; j < h; ++j)
+    for (size_t i = 0; i < w; ++i)
+      for (size_t c = 0; c < 4; ++c) {
+        double expected = want(i, j, c), scale = relative ? std::max(1.0, std::abs(expected)) : 1.0;
+        ASSERT_NEAR(out.at(double(i), double(j))[c], expected, tolerance * scale)
+            << "pixel " << i << "," << j << " channel " << c;
+      }
+}
 
 }  // namespace brenvia::test

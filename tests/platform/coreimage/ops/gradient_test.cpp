@@ -30,13 +30,10 @@ void expectPixel(const Pixel& got, const Pixel& want, const char* where) {
 }
 
 TEST(ConstantColorGenerator, PremultipliedColourEverywhere) {
-  auto red = generate("CIConstantColorGenerator");
-  ASSERT_TRUE(red);
-  EXPECT_TRUE(CGRectIsInfinite(red->extent()));
-  expectPixel(test::Rendered(red, CGRectMake(-1e6, 3e5, 2, 1)).at(-1e6, 3e5), {1, 0, 0, 1}, "default");
-
   auto half = generate("CIConstantColorGenerator", {{"inputColor", CIColor(0.2, 0.6, 1, 0.5)}});
-  expectPixel(test::Rendered(half, CGRectMake(0, 0, 1, 1)).at(0, 0), {0.1f, 0.3f, 0.5f, 0.5f}, "half");
+  ASSERT_TRUE(half);
+  EXPECT_TRUE(CGRectIsInfinite(half->extent()));
+  expectPixel(test::Rendered(half, CGRectMake(-1e6, 3e5, 2, 1)).at(-1e6, 3e5), {0.1f, 0.3f, 0.5f, 0.5f}, "far out");
 }
 
 TEST(LinearGradient, RampAlongTheAxisFlatBeyond) {
@@ -62,14 +59,7 @@ TEST(LinearGradient, RampAlongTheAxisFlatBeyond) {
   expectPixel(out.at(30 - 3, 35 + 4), out.at(30, 35), "perpendicular");
 }
 
-TEST(LinearGradient, DefaultsAndCoincidentPoints) {
-  auto filter = CIFilter::filterWithName("CILinearGradient");
-  ASSERT_TRUE(filter);
-  // White at (0, 0) to black at (200, 200).
-  test::Rendered out(filter->outputImage(), CGRectMake(0, 0, 200, 200));
-  expectPixel(out.at(99, 100), {0.5f, 0.5f, 0.5f, 1}, "middle");
-  expectPixel(out.at(0, 0), mixed({1, 1, 1, 1}, {0, 0, 0, 1}, 0.5 / 200), "start");
-
+TEST(LinearGradient, CoincidentPointsGiveTheFirstColour) {
   auto point = generate("CILinearGradient", {{"inputPoint0", CIVector{5, 5}}, {"inputPoint1", CIVector{5, 5}}});
   expectPixel(test::Rendered(point, CGRectMake(0, 0, 10, 10)).at(9, 9), {1, 1, 1, 1}, "coincident");
 }
@@ -108,16 +98,8 @@ TEST(RadialGradient, RampBetweenTheRadii) {
   expectPixel(step.at(26, 10), mixed(c0, c1, 1), "outside");  // ρ ≈ 6.5
 }
 
-TEST(RadialGradient, DefaultsAndZeroRadius) {
-  auto filter = CIFilter::filterWithName("CIRadialGradient");
-  ASSERT_TRUE(filter);
-  // White inside radius 5 of (150, 150), black from radius 100.
-  test::Rendered out(filter->outputImage(), CGRectMake(0, 0, 300, 300));
-  expectPixel(out.at(150, 150), {1, 1, 1, 1}, "centre");
-  expectPixel(out.at(299, 150), {0, 0, 0, 1}, "outside");
-  double t = (std::hypot(52.5, 0.5) - 5) / 95;
-  expectPixel(out.at(202, 149), mixed({1, 1, 1, 1}, {0, 0, 0, 1}, t), "ramp");
-
+// From the (default) centre (150, 150), white to black.
+TEST(RadialGradient, ZeroInnerRadiusRampsFromTheCentre) {
   auto fromCentre = generate("CIRadialGradient", {{"inputRadius0", 0.0}, {"inputRadius1", 10.0}});
   double rho = std::hypot(3.5, 0.5);
   expectPixel(test::Rendered(fromCentre, CGRectMake(140, 140, 20, 20)).at(153, 150),

@@ -10,11 +10,6 @@ using test::Plane;
 
 double luma(const Pixel& p) { return 0.2126 * p[0] + 0.7152 * p[1] + 0.0722 * p[2]; }
 
-TEST(SharpenOperations, MissingImage) {
-  for (auto name : {"CIUnsharpMask", "CISharpenLuminance"})
-    EXPECT_EQ(CIFilter::filterWithName(name)->outputImage(), nullptr) << name;
-}
-
 TEST(CIUnsharpMask, AddsTheDifferenceFromTheBlur) {
   auto image = test::noiseImage(40, 30, 11);
   const Plane source = Plane::of(test::render(image, image->extent()));

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Times `brenvia render` of the film look (adjustment, tone curves through a 32^3 cube, a grain
+# plate laid over at 35% in overlay mode, a vignette), file to file at quality 100 on a 12 MP photo,
+# against the decode + encode floor (djpeg | cjpeg -quality 100, full chroma) and libvips doing the
+# nearest equivalent, in one run; prints the ratios and our peak resident memory.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build="${BUILD_DIR:-build}"
+scripts/build -DBRENVIA_BENCH=ON > /dev/null
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+source bench/timing.sh
+make_photo "$work/photo.jpg"
+recipe=bench/recipes/look.json
+grain=examples/film/grain.jpg
+
+floor=$(best sh -c "djpeg '$work/photo.jpg' | cjpeg -quality 100 -sample 1x1 > '$work/floor.jpg'")
+ours=$(best "$build/brenvia" render "$recipe" "$work/photo.jpg" -o "$work/ours.jpg" --quality 100 --assets examples/film)
+vips=$(best "$build/bench/vips_look" "$work/photo.jpg" "$grain" "$work/vips.jpg")
+/usr/bin/time -f "%M" -o "$work/rss" "$build/brenvia" render "$recipe" "$work/photo.jpg" -o "$work/ours.jpg" \
+  --assets examples/film
+
+awk -v f="$floor" -v o="$ours" -v v="$vips" -v rss="$(cat "$work/rss")" 'BEGIN {
+  printf "film look, 12 MP JPEG to JPEG at quality 100\n"
+  printf "  decode+encode floor  %6d ms\n  brenvia              %6d ms  (%.2fx the floor)\n", f, o, o / f
+  printf "  libvips              %6d ms  (brenvia %.2fx faster)\n", v, v / o
+  printf "  brenvia peak RSS     %6.0f MB\n", rss / 1024 }'

@@ -1,0 +1,214 @@
+// Tone and colour filters rendered from recipes on the example photo, checked at chosen pixels or
+// by statistics against what each filter must do to a picture.
+#include "filter/filter.h"
+#include "image/image.h"
+#include "platform/coreimage/ci_image.h"
+#include "processor/image_processor.h"
+#include "test_support.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+namespace brenvia {
+namespace {
+
+using RGB = std::array<int, 3>;
+
+// The example photo, decoded so that its long side is `longSide` (2560 x 1600 shrinks by powers of 2).
+std::shared_ptr<BVImage> photo(size_t longSide) {
+  return BVImage::initWithCIImage(
+      CIImage::imageWithContentsOfFile(std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg", longSide));
+}
+
+CGImageRef render(const Value& recipe, const std::shared_ptr<BVImage>& image, bool bitmapRoad = false) {
+  BVImageProcessorOptions options;
+  options.renderWithCoreGraphics = bitmapRoad;
+  auto out = BVImageProcessor::initWithFilters(BVFilter::filtersWithArray(recipe), options)->process(image);
+  EXPECT_TRUE(out);
+  return out ? out->CGImage() : nullptr;
+}
+
+// Red, green, blue of an opaque pixel, whatever the byte order of the road's bitmap.
+RGB rgb(const CGImageRef& image, size_t x, size_t y) {
+  std::array<int, 4> p = test::pixelAt(image, x, y);
+  if (image->format() == CGPixelFormat::BGRA8Premultiplied) std::swap(p[0], p[2]);
+  return {p[0], p[1], p[2]};
+}
+
+void forEachPixel(const CGImageRef& image, const std::function<void(size_t, size_t)>& fn) {
+  for (size_t y = 0; y < image->height(); ++y)
+    for (size_t x = 0; x < image->width(); ++x) fn(x, y);
+}
+
+// A 7 x 5 grid of pixels spread over the picture.
+std::vector<std::pair<size_t, size_t>> chosenPixels(const CGImageRef& image) {
+  std::vector<std::pair<size_t, size_t>> points;
+  for (size_t j = 1; j <= 5; ++j)
+    for (size_t i = 1; i <= 7; ++i) points.push_back({image->width() * i / 8, image->height() * j / 6});
+  return points;
+}
+
+// Largest channel difference from what `expected` makes of each chosen input pixel.
+int worstAtChosenPixels(const CGImageRef& in, const CGImageRef& out, const std::function<RGB(RGB)>& expected) {
+  int worst = 0;
+  for (auto [x, y] : chosenPixels(in)) {
+    RGB want = expected(rgb(in, x, y)), got = rgb(out, x, y);
+    for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(want[c] - got[c]));
+  }
+  return worst;
+}
+
+int clamped(double v) { return int(std::lround(std::clamp(v, 0.0, 255.0))); }
+
+std::array<double, 3> channelMeans(const CGImageRef& image) {
+  std::array<double, 3> sum{};
+  forEachPixel(image, [&](size_t x, size_t y) {
+    RGB p = rgb(image, x, y);
+    for (size_t c = 0; c < 3; ++c) sum[c] += p[c];
+  });
+  for (double& s : sum) s /= double(image->width() * image->height());
+  return sum;
+}
+
+// Mean absolute difference between horizontal neighbours of the green channel: local contrast.
+double localContrast(const CGImageRef& image) {
+  double sum = 0;
+  forEachPixel(image, [&](size_t x, size_t y) {
+    if (x > 0) sum += std::abs(rgb(image, x, y)[1] - rgb(image, x - 1, y)[1]);
+  });
+  return sum / double((image->width() - 1) * image->height());
+}
+
+// Mean channel difference between `small` and `large` shrunk to half by averaging 2 x 2 blocks.
+double meanDifferenceFromHalved(const CGImageRef& large, const CGImageRef& small) {
+  double sum = 0;
+  forEachPixel(small, [&](size_t x, size_t y) {
+    RGB a = rgb(large, 2 * x, 2 * y), b = rgb(large, 2 * x + 1, 2 * y), c = rgb(large, 2 * x, 2 * y + 1),
+        d = rgb(large, 2 * x + 1, 2 * y + 1), s = rgb(small, x, y);
+    for (size_t k = 0; k < 3; ++k) sum += std::abs((a[k] + b[k] + c[k] + d[k]) / 4.0 - s[k]);
+  });
+  return sum / double(small->width() * small->height() * 3);
+}
+
+class ToneFiltersOnPhoto : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    small_ = photo(320);
+    large_ = photo(640);
+    plainSmall_ = render(Value::array(), small_);
+    plainLarge_ = render(Value::array(), large_);
+  }
+  static inline std::shared_ptr<BVImage> small_, large_;
+  static inline CGImageRef plainSmall_, plainLarge_;
+};
+
+TEST_F(ToneFiltersOnPhoto, HalfTransparentRedLayerMovesEveryPixelHalfwayToRedOnBothRoads) {
+  ASSERT_EQ(plainSmall_->width(), 320u);
+  const Value recipe = Value::array({{{"type", "color"}, {"colorHex", "#ff0000"}, {"alpha", 0.5}}});
+  auto halfway = [](RGB p) { return RGB{clamped((p[0] + 255) / 2.0), clamped(p[1] / 2.0), clamped(p[2] / 2.0)}; };
+  EXPECT_LE(worstAtChosenPixels(plainSmall_, render(recipe, small_), halfway), 2);
+  EXPECT_LE(worstAtChosenPixels(plainSmall_, render(recipe, small_, true), halfway), 2);
+}
+
+TEST_F(ToneFiltersOnPhoto, LevelsMapTheInputRangeOntoTheOutputRange) {
+  const Value recipe = Value::array(
+      {{{"type", "levels"}, {"inputBlack", 50}, {"inputWhite", 200}, {"outputBlack", 20}, {"outputWhite", 235}}});
+  // Nothing clamps between stretching and squeezing: levels below the input black go below the
+  // output black.
+  auto levels = [](RGB p) {
+    RGB q;
+    for (size_t c = 0; c < 3; ++c) q[c] = clamped(20 + (p[c] - 50) * 215.0 / 150.0);
+    return q;
+  };
+  EXPECT_LE(worstAtChosenPixels(plainSmall_, render(recipe, small_), levels), 2);
+}
+
+TEST_F(ToneFiltersOnPhoto, FadeClampsEveryChannelIntoTheMiddleHalf) {
+  CGImageRef faded = render(Value::array({{{"type", "fade"}, {"intensity", 0.5}}}), small_);
+  int lowest = 255, highest = 0, changedInside = 0;
+  forEachPixel(faded, [&](size_t x, size_t y) {
+    RGB in = rgb(plainSmall_, x, y), out = rgb(faded, x, y);
+    for (size_t c = 0; c < 3; ++c) {
+      lowest = std::min(lowest, out[c]);
+      highest = std::max(highest, out[c]);
+      if (in[c] > 66 && in[c] < 189 && std::abs(in[c] - out[c]) > 1) ++changedInside;
+    }
+    EXPECT_EQ(test::pixelAt(faded, x, y)[3], 255);
+  });
+  EXPECT_GE(lowest, 63);
+  EXPECT_LE(highest, 192);
+  EXPECT_EQ(changedInside, 0);
+}
+
+TEST_F(ToneFiltersOnPhoto, SelectiveColourScalesWholeChannels) {
+  CGImageRef out = render(Value::array({{{"type", "selectiveColor"}, {"orangeAdjustment", 2.0}}}), small_);
+  auto scaled = [](RGB p) { return RGB{clamped(p[0] * 4.5 / 3.5), clamped(p[1] * 1.2), p[2]}; };
+  EXPECT_LE(worstAtChosenPixels(plainSmall_, out, scaled), 2);
+}
+
+// Luminance sharpening adds the same amount to the three channels, so the differences between
+// channels stay; the picture gains local contrast and keeps its overall tone, at both sizes.
+TEST_F(ToneFiltersOnPhoto, SharpenRaisesLocalContrastAndLeavesColourAlone) {
+  const Value recipe = Value::array({{{"type", "sharpen"}, {"sharpness", 1.0}}});
+  for (auto [image, plain] : {std::pair{small_, plainSmall_}, std::pair{large_, plainLarge_}}) {
+    CGImageRef out = render(recipe, image);
+    int colourShift = 0;
+    for (auto [x, y] : chosenPixels(out)) {
+      RGB in = rgb(plain, x, y), sharp = rgb(out, x, y);
+      if (*std::max_element(sharp.begin(), sharp.end()) >= 255 || *std::min_element(sharp.begin(), sharp.end()) <= 0)
+        continue;
+      colourShift = std::max({colourShift, std::abs((sharp[0] - sharp[1]) - (in[0] - in[1])),
+                              std::abs((sharp[2] - sharp[1]) - (in[2] - in[1]))});
+    }
+    EXPECT_LE(colourShift, 2) << plain->width();
+    EXPECT_GT(localContrast(out), 1.1 * localContrast(plain)) << plain->width();
+    for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(channelMeans(out)[c], channelMeans(plain)[c], 1.5) << plain->width();
+  }
+}
+
+// The radius grows with the picture: the same recipe on the half-size photo gives what the
+// full-size result gives when halved, and clearly better than half or twice that radius would.
+TEST_F(ToneFiltersOnPhoto, UnsharpMaskActsAlikeAtTwoSizes) {
+  auto unsharp = [](double radius) {
+    return Value::array({{{"type", "unsharp"}, {"radius", radius}, {"intensity", 1.0}}});
+  };
+  CGImageRef large = render(unsharp(6), large_);
+  EXPECT_GT(localContrast(large), 1.2 * localContrast(plainLarge_));
+  for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(channelMeans(large)[c], channelMeans(plainLarge_)[c], 1.5);
+  const double same = meanDifferenceFromHalved(large, render(unsharp(6), small_));
+  EXPECT_LT(same, 1.5);
+  EXPECT_GT(meanDifferenceFromHalved(large, render(unsharp(3), small_)), 2 * same);
+  EXPECT_GT(meanDifferenceFromHalved(large, render(unsharp(12), small_)), 2 * same);
+}
+
+// The darkening at a point depends on its place relative to the picture, not on the picture's size.
+TEST_F(ToneFiltersOnPhoto, VignetteDarkensTheOutsideAlikeAtTwoSizes) {
+  const Value recipe = Value::array({{{"type", "vignette"}, {"intensity", 0.9}, {"focus", 0.3}}});
+  const std::vector<std::pair<double, double>> places = {{0.5, 0.5}, {0.35, 0.4}, {0.25, 0.5}, {0.2, 0.5}, {0.02, 0.03}};
+  std::vector<std::vector<double>> kept;
+  for (auto [image, plain] : {std::pair{small_, plainSmall_}, std::pair{large_, plainLarge_}}) {
+    CGImageRef out = render(recipe, image);
+    std::vector<double> ratios;
+    for (auto [u, v] : places) {
+      const size_t x = size_t(u * double(out->width())), y = size_t(v * double(out->height()));
+      RGB in = rgb(plain, x, y), dark = rgb(out, x, y);
+      ratios.push_back(double(dark[0] + dark[1] + dark[2] + 1) / double(in[0] + in[1] + in[2] + 1));
+    }
+    kept.push_back(ratios);
+  }
+  for (const auto& ratios : kept) {
+    EXPECT_NEAR(ratios[0], 1.0, 0.02);
+    EXPECT_NEAR(ratios[1], 1.0, 0.02);
+    EXPECT_LT(ratios[2], 0.95);
+    EXPECT_LT(ratios[3], ratios[2] - 0.1);
+    EXPECT_LT(ratios[4], 0.35);
+  }
+  for (size_t i = 0; i < places.size(); ++i) EXPECT_NEAR(kept[0][i], kept[1][i], 0.05) << i;
+}
+
+}  // namespace
+}  // namespace brenvia
