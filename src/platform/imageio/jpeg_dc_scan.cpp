@@ -205,9 +205,10 @@ bool takesLayout(const jpeg_decompress_struct& c, CGPixelFormat format) {
   if (!(gray && format == CGPixelFormat::Gray8) && !(ycc && format == CGPixelFormat::RGB8)) return false;
   for (int i = 0; i < c.comps_in_scan; ++i) {
     const jpeg_component_info* comp = c.cur_comp_info[i];
+    // Subsampled chroma is left to libjpeg, which draws its 1/8 scale on AC coefficients too.
     if (!comp || comp->component_index < 0 || comp->component_index >= c.num_components || comp->h_samp_factor < 1 ||
         comp->h_samp_factor > 2 || comp->v_samp_factor < 1 || comp->v_samp_factor > 2 ||
-        c.max_h_samp_factor % comp->h_samp_factor || c.max_v_samp_factor % comp->v_samp_factor)
+        comp->h_samp_factor != c.max_h_samp_factor || comp->v_samp_factor != c.max_v_samp_factor)
       return false;
     if (comp->dc_tbl_no < 0 || comp->dc_tbl_no >= NUM_HUFF_TBLS || comp->ac_tbl_no < 0 ||
         comp->ac_tbl_no >= NUM_HUFF_TBLS)
@@ -216,39 +217,6 @@ bool takesLayout(const jpeg_decompress_struct& c, CGPixelFormat format) {
       return false;
   }
   return true;
-}
-
-// Row y of a component's samples at the output's size. A subsampled plane is widened with the
-// triangle filter of libjpeg's upsampling, 3/4 of the nearer sample and 1/4 of the next on each
-// subsampled axis, so colour gradients stay smooth; past the last sample the slope of the last two
-// carries on. A full-size plane is its own row.
-const uint8_t* rowAtOutputSize(const ScanComponent& s, size_t stepX, size_t stepY, size_t y, size_t width,
-                               std::vector<uint8_t>& widened) {
-  const size_t cy = y / stepY;
-  if (stepX == 1 && stepY == 1) return s.plane.data() + cy * s.stride;
-  // Samples of the picture itself, without the blocks that pad the last MCUs.
-  const ptrdiff_t columns = ptrdiff_t(std::clamp<size_t>(s.info->width_in_blocks, 1, s.stride));
-  const ptrdiff_t rows = ptrdiff_t(std::clamp<size_t>(s.info->height_in_blocks, 1, s.plane.size() / s.stride));
-  auto sample = [&](ptrdiff_t x, ptrdiff_t y) -> int {
-    auto along = [](ptrdiff_t i, ptrdiff_t n, auto at) {
-      if (i < 0) return n > 1 ? 2 * at(0) - at(1) : at(0);
-      if (i >= n) return n > 1 ? 2 * at(n - 1) - at(n - 2) : at(n - 1);
-      return at(i);
-    };
-    return along(y, rows, [&](ptrdiff_t r) {
-      return along(x, columns, [&](ptrdiff_t c) { return int(s.plane[size_t(r) * s.stride + size_t(c)]); });
-    });
-  };
-  const ptrdiff_t ny = stepY == 1 ? ptrdiff_t(cy) : y % 2 ? ptrdiff_t(cy) + 1 : ptrdiff_t(cy) - 1;
-  widened.resize(width);
-  for (size_t x = 0; x < width; ++x) {
-    const ptrdiff_t cx = ptrdiff_t(x / stepX);
-    const ptrdiff_t nx = stepX == 1 ? cx : x % 2 ? cx + 1 : cx - 1;
-    const int value =
-        (9 * sample(cx, ptrdiff_t(cy)) + 3 * sample(nx, ptrdiff_t(cy)) + 3 * sample(cx, ny) + sample(nx, ny) + 8) >> 4;
-    widened[x] = clampSample(value);
-  }
-  return widened.data();
 }
 
 // YCbCr to RGB with libjpeg's fixed-point factors and rounding.
@@ -270,15 +238,12 @@ void convertYCbCr(const std::array<const uint8_t*, 3>& in, uint8_t* out, size_t 
 bool decodeDCScan(const jpeg_decompress_struct& c, const uint8_t* data, size_t size, CGPixelFormat format,
                   PixelBuffer& pixels) {
   if (!takesLayout(c, format)) return false;
-  // A scan of one component has MCUs of one block, whatever its sampling factors.
+  // Every component has the same sampling: an MCU holds h x v blocks of each (one block in a scan
+  // of one component, whatever its factors).
   const bool single = c.comps_in_scan == 1;
-  const size_t maxH = single ? 1 : size_t(c.max_h_samp_factor), maxV = single ? 1 : size_t(c.max_v_samp_factor);
-  auto factors = [single](const jpeg_component_info* info) {
-    return single ? std::pair<size_t, size_t>{1, 1}
-                  : std::pair<size_t, size_t>{info->h_samp_factor, info->v_samp_factor};
-  };
-  const size_t mcusPerRow = (c.image_width + 8 * maxH - 1) / (8 * maxH);
-  const size_t mcuRows = (c.image_height + 8 * maxV - 1) / (8 * maxV);
+  const size_t h = single ? 1 : size_t(c.max_h_samp_factor), v = single ? 1 : size_t(c.max_v_samp_factor);
+  const size_t mcusPerRow = (c.image_width + 8 * h - 1) / (8 * h);
+  const size_t mcuRows = (c.image_height + 8 * v - 1) / (8 * v);
   std::vector<ScanComponent> scan(size_t(c.comps_in_scan));
   for (size_t i = 0; i < scan.size(); ++i) {
     ScanComponent& s = scan[i];
@@ -286,8 +251,8 @@ bool decodeDCScan(const jpeg_decompress_struct& c, const uint8_t* data, size_t s
     if (!s.dc.build(c.dc_huff_tbl_ptrs[s.info->dc_tbl_no]) || !s.ac.build(c.ac_huff_tbl_ptrs[s.info->ac_tbl_no]))
       return false;
     s.quant = c.quant_tbl_ptrs[s.info->quant_tbl_no]->quantval[0];
-    s.stride = mcusPerRow * factors(s.info).first;
-    s.plane.resize(s.stride * mcuRows * factors(s.info).second);
+    s.stride = mcusPerRow * h;
+    s.plane.resize(s.stride * mcuRows * v);
   }
   BitReader bits(data, size);
   const size_t restartInterval = c.restart_interval;
@@ -302,7 +267,6 @@ bool decodeDCScan(const jpeg_decompress_struct& c, const uint8_t* data, size_t s
         for (ScanComponent& s : scan) s.predictor = 0;
       }
       for (ScanComponent& s : scan) {
-        const auto [h, v] = factors(s.info);
         for (size_t by = 0; by < v; ++by)
           for (size_t bx = 0; bx < h; ++bx)
             if (!decodeBlock(bits, s, mx * h + bx, my * v + by)) return false;
@@ -314,14 +278,9 @@ bool decodeDCScan(const jpeg_decompress_struct& c, const uint8_t* data, size_t s
   if (bits.ranOut()) return false;
   const size_t width = (c.image_width + 7) / 8, height = (c.image_height + 7) / 8;
   if (!pixels.allocate(width, height, format)) return false;
-  std::array<std::vector<uint8_t>, 3> widened;
   for (size_t y = 0; y < height; ++y) {
     std::array<const uint8_t*, 3> rows{};
-    for (const ScanComponent& s : scan) {
-      const auto [h, v] = factors(s.info);
-      const size_t i = size_t(s.info->component_index);
-      rows[i] = rowAtOutputSize(s, maxH / h, maxV / v, y, width, widened[i]);
-    }
+    for (const ScanComponent& s : scan) rows[size_t(s.info->component_index)] = s.plane.data() + y * s.stride;
     if (format == CGPixelFormat::Gray8) {
       std::copy_n(rows[0], width, pixels.row(y));
     } else {
