@@ -74,7 +74,11 @@ void BVFilter::setAssetLocation(BVFilterAssetLocation location) {
   gAssetLocation = location;
 }
 double BVFilter::defaultAspectRatio() { return gDefaultAspectRatio; }
-void BVFilter::setDefaultAspectRatio(double ratio) { gDefaultAspectRatio = ratio; }
+// The thumbnailer stretches pictures of this ratio to any request, so it learns the ratio too.
+void BVFilter::setDefaultAspectRatio(double ratio) {
+  gDefaultAspectRatio = ratio;
+  BVThumbnailer::sharedThumbnailer().setDefaultAspectRatio(ratio);
+}
 
 std::string BVFilter::prefixedImageName(const std::string& name) const {
   return imagePrefix() ? *imagePrefix() + "_" + name : name;

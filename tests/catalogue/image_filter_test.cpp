@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fstream>
+
 namespace brenvia {
 namespace {
 
@@ -81,6 +83,16 @@ TEST_F(ImageFilters, OverlayBlendsOnBothRoadsAndAMissingPictureIsSkipped) {
   ASSERT_TRUE(out);
   EXPECT_EQ(rgb(out, 1, 1), (std::array<int, 3>{200, 100, 50}));
   EXPECT_EQ(log.lines, std::vector<std::string>{"[BVFilter] Unable to find image named `absent`"});
+  // A damaged picture file is reported by the decoder and left out the same way, on both roads.
+  std::ofstream(folder.path("broken.png"), std::ios::binary) << "\x89PNG\r\n\x1a\n truncated";
+  for (bool bitmapRoad : {false, true}) {
+    log.lines.clear();
+    out = render(make({{"imageName", "broken"}}), canvas, bitmapRoad);
+    ASSERT_TRUE(out);
+    EXPECT_EQ(rgb(out, 1, 1), (std::array<int, 3>{200, 100, 50}));
+    ASSERT_FALSE(log.lines.empty());
+    EXPECT_NE(log.lines[0].find("broken.png"), std::string::npos) << log.lines[0];
+  }
 }
 
 TEST_F(ImageFilters, ZoomGrowsThePictureAboutTheCentre) {

@@ -88,6 +88,21 @@ TEST_F(RenderCommand, CurveFilesAreFoundBesideTheRecipe) {
   EXPECT_EQ(meanDifference(load(input), load(out)), 0.0);
 }
 
+// The shipped film look finds its grain and frame beside its recipe; a recipe naming a picture
+// that is nowhere logs it and renders the rest.
+TEST_F(RenderCommand, FilterPicturesAreFoundOrReportedMissing) {
+  const std::string photo = std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg", out = file("film.jpg");
+  auto result = test::runCli("render " + std::string(BRENVIA_EXAMPLES) + "/film/film.json " + photo + " -o " + out +
+                             " --max-size 200");
+  ASSERT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(result.out.find("Unable"), std::string::npos) << result.out;
+  EXPECT_LT(test::pixelAt(load(out), 0, 0)[0], 90);  // the frame darkens the corner
+  std::string recipe = write("lost.json", R"([{"type": "image", "imageName": "lost"}, {"type": "adjustment", "exposure": 1}])");
+  result = test::runCli("render " + recipe + " " + picture("in.png") + " -o " + out);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.out.find("[BVFilter] Unable to find image named `lost`"), std::string::npos) << result.out;
+}
+
 // Adjustments cannot draw on a bitmap context: on the drawing road they log and leave the
 // picture as the engine road gives it for no filters.
 TEST_F(RenderCommand, DrawingRoadGivesThePictureOfTheEngineRoad) {
