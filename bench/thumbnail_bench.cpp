@@ -24,7 +24,8 @@ const std::string& photoPath() {
     std::string made = (fs::temp_directory_path() / "brenvia-thumbnail-bench.jpg").string();
     std::vector<uint8_t> bytes;
     imageio::encodeJPEG(*bench::photoLikeImage(), {.quality = 0.95}, bytes);
-    std::ofstream(made, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::ofstream(made, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     return made;
   }();
   return path;

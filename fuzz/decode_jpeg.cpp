@@ -1,4 +1,4 @@
-// libFuzzer target: the JPEG decoder (headers, EXIF, ICC profiles, scaling, CMYK).
+// libFuzzer target: the JPEG decoder (headers, EXIF, ICC profiles, scaling, the DC-only 1/8 reader, CMYK).
 
 #include "fuzz_check.h"
 

@@ -120,9 +120,7 @@ const std::string& BVThumbnailer::_cachesPath() {
   static const std::string path = [] {
     const char* xdg = std::getenv("XDG_CACHE_HOME");
     const char* home = std::getenv("HOME");
-    fs::path base = xdg && *xdg      ? fs::path(xdg)
-                    : home && *home ? fs::path(home) / ".cache"
-                                    : fs::temp_directory_path();
+    fs::path base = xdg && *xdg ? fs::path(xdg) : home && *home ? fs::path(home) / ".cache" : fs::temp_directory_path();
     return (base / "com.tarnwick.brenvia" / "BVThumbnailer").string();
   }();
   return path;
@@ -162,7 +160,9 @@ std::string BVThumbnailer::_fullKeyForKey(std::string_view key, CGSize size, dou
   return std::string(key) + suffix;
 }
 
-CGSize BVThumbnailer::_normalizedSize(CGSize size) { return CGSizeMake(std::round(size.width), std::round(size.height)); }
+CGSize BVThumbnailer::_normalizedSize(CGSize size) {
+  return CGSizeMake(std::round(size.width), std::round(size.height));
+}
 
 double BVThumbnailer::_steppedAlpha(double alpha) {
   const float percent = std::floor(float(alpha * 100.0 + 0.5));
@@ -286,8 +286,8 @@ std::optional<BVThumbnailer::Source> BVThumbnailer::_loadForThumbnail(const std:
   // Decode no larger than the picture's footprint on the canvas needs.
   size_t maxPixelSize = 0;
   if (full.width >= 1 && full.height >= 1) {
-    const Placement placement = placementFor(canvasFor(request.size, full), request.size, full, request.options,
-                                             defaultAspectRatio());
+    const Placement placement =
+        placementFor(canvasFor(request.size, full), request.size, full, request.options, defaultAspectRatio());
     const double needed = std::max(placement.rect.size.width / full.width, placement.rect.size.height / full.height);
     if (needed < 1) maxPixelSize = size_t(std::ceil(needed * std::max(full.width, full.height)));
   }
@@ -318,7 +318,11 @@ std::shared_ptr<BVImage> BVThumbnailer::_thumbnailFromSource(const Source& sourc
 
 CGImageRef BVThumbnailer::_draw(const Source& source, const Request& request) const {
   const CGSize canvas = canvasFor(request.size, source.pixelSize);
-  CGContextRef context = CGBitmapContextCreateWithSize(canvas);
+  if (!(canvas.width >= 1 && canvas.height >= 1 && canvas.width < 32768 && canvas.height < 32768)) return nullptr;
+  // A device RGB context like CGBitmapContextCreateWithSize's, in Cairo's own pixel order, so that
+  // drawing converts nothing.
+  CGContextRef context = CGBitmapContextCreate(nullptr, size_t(canvas.width), size_t(canvas.height), 8, 0,
+                                               CGColorSpaceCreateDeviceRGB(), kBVBGRA8BitmapInfo);
   if (!context) return nullptr;
   const Placement placement =
       placementFor(canvas, request.size, source.pixelSize, request.options, defaultAspectRatio());

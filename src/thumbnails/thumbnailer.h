@@ -5,8 +5,8 @@
 // A thumbnail is named by the caller's key, its size in pixels, its alpha and its file format:
 // "<key>-<W>x<H>-<alpha>.<png|jpg>" in the cache folder, the size rounded to whole pixels and the
 // alpha taken down to a multiple of 0.05. Disk files are written under a temporary name and renamed
-// into place, so a file at a thumbnail's path is complete; one that cannot be read as a picture is
-// deleted and made again.
+// into place, so a crashing process never leaves part of one; a file that cannot be read as a
+// picture (a power loss may leave one) is deleted and made again.
 
 #include "image/image.h"
 #include "platform/geometry/geometry.h"
@@ -83,7 +83,8 @@ class BVThumbnailer {
   // thumbnail make it once; the others wait for it.
   std::shared_ptr<BVImage> generateThumbnailWithCGImage(const CGImageRef& image, std::string_view key, CGSize size,
                                                         double alpha, BVThumbnailerOptions options);
-  // The same from a picture file, decoded no larger than the thumbnail needs (JPEG DCT scaling).
+  // The same from a picture file, decoded no larger than the thumbnail needs (JPEG DCT scaling, a
+  // thumbnail stored in a HEIF file).
   // Null when the file cannot be read as a picture.
   std::shared_ptr<BVImage> generateThumbnailWithImagePath(const std::string& path, std::string_view key, CGSize size,
                                                           double alpha, BVThumbnailerOptions options);

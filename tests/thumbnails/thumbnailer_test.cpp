@@ -103,12 +103,14 @@ TEST(Thumbnailer, RemovesByExactKeyBySizeOrEverything) {
   test::TempFolder folder;
   BVThumbnailer thumbnailer(folder.path("cache"));
   const CGImageRef picture = test::noiseBitmap(100, 100);
-  for (const char* key : {"a", "ab", "a.b", "aXb", "x-y"}) thumbnailer.generateThumbnailWithCGImage(picture, key, {10, 10}, 1.0, 0);
+  for (const char* key : {"a", "ab", "a.b", "aXb", "x-y"})
+    thumbnailer.generateThumbnailWithCGImage(picture, key, {10, 10}, 1.0, 0);
   thumbnailer.generateThumbnailWithCGImage(picture, "x-y", {60, 10}, 1.0, 0);
   thumbnailer.generateThumbnailWithCGImage(picture, "x-y", {49, 49}, 1.0, 0);
   std::ofstream(folder.path("cache/notes.txt")) << "kept";
   auto bytes = [&](const std::string& key) { return thumbnailer.totalCachedByteSizeForKey(key); };
-  EXPECT_EQ(bytes("a"), bytes("ab") + bytes("a.b") + bytes("aXb") + int64_t(fs::file_size(thumbnailer.pathForKey("a", {10, 10}, 1, 0))));
+  EXPECT_EQ(bytes("a"), bytes("ab") + bytes("a.b") + bytes("aXb") +
+                            int64_t(fs::file_size(thumbnailer.pathForKey("a", {10, 10}, 1, 0))));
 
   thumbnailer.removeThumbnailsWithKey("a.b");
   EXPECT_FALSE(thumbnailer.thumbnailExistsForKey("a.b", {10, 10}, 1.0, 0));
@@ -152,8 +154,10 @@ TEST(Thumbnailer, TreatsADamagedFileAsMissingAndMakesItAgain) {
   BVThumbnailer(cache).generateThumbnailWithCGImage(picture, "k", {20, 10}, 1.0, 0);
   std::vector<uint8_t> png;
   ASSERT_TRUE(imageio::encodePNG(*test::noiseBitmap(20, 10), {}, png));
-  for (std::vector<uint8_t> damaged : {std::vector<uint8_t>{'n', 'o', 'p', 'e'}, std::vector<uint8_t>(png.begin(), png.begin() + 60)}) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(damaged.data()), std::streamsize(damaged.size()));
+  for (std::vector<uint8_t> damaged :
+       {std::vector<uint8_t>{'n', 'o', 'p', 'e'}, std::vector<uint8_t>(png.begin(), png.begin() + 60)}) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(damaged.data()), std::streamsize(damaged.size()));
     test::LogCapture log;
     BVThumbnailer fresh(cache);
     EXPECT_EQ(fresh.imageForKey("k", {20, 10}, 1.0, 0), nullptr);
@@ -219,7 +223,8 @@ TEST(Thumbnailer, CallsBackFromAnotherThreadOnlyWithAPicture) {
   bool missingCalled = false;
   thumbnailer.generateThumbnailWithImagePath(folder.path("gone.jpg"), "g", {32, 24}, 1.0, 0,
                                              [&](std::shared_ptr<BVImage>) { missingCalled = true; });
-  EXPECT_EQ(log.lines, std::vector<std::string>{"Cannot generate a thumbnail. No file at path: " + folder.path("gone.jpg")});
+  EXPECT_EQ(log.lines,
+            std::vector<std::string>{"Cannot generate a thumbnail. No file at path: " + folder.path("gone.jpg")});
   EXPECT_FALSE(missingCalled);
 }
 

@@ -33,9 +33,11 @@ TEST(ThumbnailCommand, MakesThumbnailsOfTheLongerSideAndReportsEachFailure) {
   EXPECT_EQ(made.status, 1);
   const auto lines = linesOf(made.out);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "brenvia: " + folder.path("gone.jpg") + ": no such file"), 1);
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "brenvia: " + folder.path("text.jpg") + ": cannot read the picture"), 1);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "brenvia: " + folder.path("text.jpg") + ": cannot read the picture"),
+            1);
   std::vector<std::string> thumbnails;
-  std::copy_if(lines.begin(), lines.end(), std::back_inserter(thumbnails), [&](auto& l) { return l.starts_with(cache); });
+  std::copy_if(lines.begin(), lines.end(), std::back_inserter(thumbnails),
+               [&](auto& l) { return l.starts_with(cache); });
   ASSERT_EQ(thumbnails.size(), 2u);
   EXPECT_TRUE(thumbnails[0].ends_with("-64x48-1.00.jpg")) << thumbnails[0];
   EXPECT_TRUE(thumbnails[1].ends_with("-48x64-1.00.jpg")) << thumbnails[1];

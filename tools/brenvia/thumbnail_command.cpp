@@ -64,10 +64,11 @@ std::optional<CGSize> thumbnailSizeFor(const std::string& input, int longest) {
 
 // Makes the thumbnail of one input in the cache folder; its path, or nothing (with one line on
 // stderr) on failure.
-std::optional<std::string> thumbnailOne(BVThumbnailer& thumbnailer, const ThumbnailSettings& s, const std::string& input) {
+std::optional<std::string> thumbnailOne(BVThumbnailer& thumbnailer, const ThumbnailSettings& s,
+                                        const std::string& input) {
   std::error_code error;
   if (!fs::is_regular_file(input, error)) {
-    fail(input, "no such file");
+    fail(input, fs::exists(input, error) ? "not a file" : "no such file");
     return std::nullopt;
   }
   const std::optional<CGSize> size = thumbnailSizeFor(input, s.size);
@@ -125,7 +126,8 @@ int run(const ThumbnailSettings& s) {
 
 void addThumbnailCommand(CLI::App& app) {
   auto settings = std::make_shared<ThumbnailSettings>();
-  auto* cmd = app.add_subcommand("thumbnail", "Make thumbnails of pictures in a thumbnail cache folder, printing their paths");
+  auto* cmd =
+      app.add_subcommand("thumbnail", "Make thumbnails of pictures in a thumbnail cache folder, printing their paths");
   cmd->add_option("inputs", settings->inputs, "Pictures (JPEG, PNG, HEIF, WebP, TIFF)")->required();
   cmd->add_option("--size", settings->size, "Longer side of the thumbnails in pixels")
       ->required()

@@ -2,6 +2,7 @@
 // profiles applied and CMYK converted to RGB.
 
 #include "platform/imageio/codec_internal.h"
+#include "platform/imageio/jpeg_dc_scan.h"
 #include "platform/imageio/jpeg_errors.h"
 
 #include <algorithm>
@@ -69,8 +70,12 @@ void readHeaderStep(JpegReader& r) {
   jpeg_read_header(&r.cinfo, TRUE);
 }
 
+void readProfileStep(JpegReader& r) {
+  if (!r.icc) jpeg_read_icc_profile(&r.cinfo, &r.icc, &r.iccSize);
+}
+
 void startStep(JpegReader& r) {
-  jpeg_read_icc_profile(&r.cinfo, &r.icc, &r.iccSize);
+  readProfileStep(r);
   r.errors.inScanData = true;
   jpeg_start_decompress(&r.cinfo);
 }
@@ -224,26 +229,31 @@ bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options,
     why = "JPEG: the data is too short for its picture size";
     return false;
   }
-  if (!runJpegStep(r, startStep)) return fail();
-  int components = format == CGPixelFormat::Gray8 ? 1 : r.cmyk ? 4 : 3;
-  if (c.output_components != components) {
-    why = "JPEG: unexpected number of output components";
-    return false;
+  // At 1/8 of the size only the DC coefficients count: they are read alone when the layout allows.
+  const bool dcOnly = c.scale_denom == 8 && !source.file && !r.cmyk && runJpegStep(r, readProfileStep) &&
+                      decodeDCScan(c, c.src->next_input_byte, c.src->bytes_in_buffer, format, r.pixels);
+  if (!dcOnly) {
+    if (!runJpegStep(r, startStep)) return fail();
+    int components = format == CGPixelFormat::Gray8 ? 1 : r.cmyk ? 4 : 3;
+    if (c.output_components != components) {
+      why = "JPEG: unexpected number of output components";
+      return false;
+    }
+    if (!r.pixels.allocate(c.output_width, c.output_height, format)) {
+      why = "JPEG: not enough memory for the pixels";
+      return false;
+    }
+    if (r.cmyk) {
+      r.cmykRow.resize(size_t{c.output_width} * 4);
+      r.cmykToRGB = std::make_unique<CMYKConverter>(r.icc, r.iccSize, c.saw_Adobe_marker);
+    }
+    if (options.background && source.owner && !r.cmyk && size_t{c.output_width} * c.output_height >= kBackgroundMinPixels) {
+      std::optional<CGColorSpaceRef> space =
+          format == CGPixelFormat::Gray8 ? CGColorSpaceCreateDeviceGray() : spaceKeepingPixels(r.icc, r.iccSize);
+      if (space) return decodeInBackground(std::move(reader), source, std::move(*space), out, why);
+    }
+    if (!runJpegStep(r, readRowsStep)) return fail();
   }
-  if (!r.pixels.allocate(c.output_width, c.output_height, format)) {
-    why = "JPEG: not enough memory for the pixels";
-    return false;
-  }
-  if (r.cmyk) {
-    r.cmykRow.resize(size_t{c.output_width} * 4);
-    r.cmykToRGB = std::make_unique<CMYKConverter>(r.icc, r.iccSize, c.saw_Adobe_marker);
-  }
-  if (options.background && source.owner && !r.cmyk && size_t{c.output_width} * c.output_height >= kBackgroundMinPixels) {
-    std::optional<CGColorSpaceRef> space =
-        format == CGPixelFormat::Gray8 ? CGColorSpaceCreateDeviceGray() : spaceKeepingPixels(r.icc, r.iccSize);
-    if (space) return decodeInBackground(std::move(reader), source, std::move(*space), out, why);
-  }
-  if (!runJpegStep(r, readRowsStep)) return fail();
 
   CGColorSpaceRef space;
   if (format == CGPixelFormat::Gray8) {

@@ -13,7 +13,9 @@ std::vector<uint8_t> heifWithThumbnails() {
   heif_encoder* encoder = nullptr;
   heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder);
   auto encode = [&](int w, int h, uint8_t red, uint8_t blue) {
-    heif_image* image = testing::makeHeifImage(w, h, false, [=](int, int, int c) { return c == 0 ? red : c == 2 ? blue : 0; });
+    heif_image* image = testing::makeHeifImage(w, h, false, [=](int, int, int c) {
+      return c == 0 ? red : c == 2 ? blue : 0;
+    });
     heif_image_handle* handle = nullptr;
     heif_context_encode_image(context, image, encoder, nullptr, &handle);
     heif_image_release(image);
