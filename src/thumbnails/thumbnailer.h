@@ -9,6 +9,7 @@
 // picture (a power loss may leave one) is deleted and made again.
 
 #include "image/image.h"
+#include "image/ui_image.h"
 #include "platform/geometry/geometry.h"
 #include "platform/graphics/cg_image.h"
 #include "thumbnails/image_cost_cache.h"
@@ -106,6 +107,17 @@ class BVThumbnailer {
   // Deletes the files whose width reaches the limit's width or whose height reaches its height.
   // Memory is left alone.
   void removeThumbnailsLargerThan(CGSize size);
+
+  // --- Sizes in points, pictures as UIImage objects at the screen's scale ---
+  // Points to pixels: 1 here, where no screen tells another factor.
+  static constexpr double kScreenScale = 1.0;
+  std::string pathForKeyInPoints(std::string_view key, CGSize points, double alpha, BVThumbnailerOptions options) const;
+  std::shared_ptr<UIImage> UIImageForKey(std::string_view key, CGSize points, double alpha, BVThumbnailerOptions options);
+  std::shared_ptr<UIImage> generateUIImageWithImagePath(const std::string& path, std::string_view key, CGSize points,
+                                                        double alpha, BVThumbnailerOptions options);
+  // The thumbnail of a picture object, keeping its orientation.
+  std::shared_ptr<UIImage> generateThumbnailWithUIImage(const UIImage& image, std::string_view key, CGSize points,
+                                                        double alpha, BVThumbnailerOptions options);
 
  private:
   struct Request;

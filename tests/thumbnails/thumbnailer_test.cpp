@@ -77,6 +77,14 @@ TEST(Thumbnailer, AnswersFromMemoryForTheSameKeySizeAndAlphaStep) {
   auto picture = test::noiseBitmap(20, 10);
   EXPECT_EQ(thumbnailer.generateThumbnailWithCGImage(picture, "own", {20, 10}, 1.0, 0)->CGImage(), picture);
   EXPECT_FALSE(thumbnailer.thumbnailExistsForKey("own", {20, 10}, 1.0, 0));
+  // The picture-object forms take points and keep the source's orientation.
+  auto turned = UIImage::imageWithCGImage(test::noiseBitmap(80, 60), 2.0, BVImageOrientationRight);
+  auto thumb = thumbnailer.generateThumbnailWithUIImage(*turned, "ui", {40, 30}, 1.0, 0);
+  ASSERT_TRUE(thumb);
+  EXPECT_EQ(thumb->CGImage()->width(), 40u);
+  EXPECT_EQ(thumb->imageOrientation(), BVImageOrientationRight);
+  EXPECT_EQ(thumbnailer.UIImageForKey("ui", {40, 30}, 1.0, 0)->CGImage(), thumb->CGImage());
+  EXPECT_EQ(thumbnailer.pathForKeyInPoints("ui", {40, 30}, 1.0, 0), thumbnailer.pathForKey("ui", {40, 30}, 1.0, 0));
 }
 
 TEST(Thumbnailer, WritesToDiskUpToTheSizeLimitAndReadsBackInAFreshThumbnailer) {
