@@ -4,13 +4,8 @@
 # same adjustment, in one run; prints the ratios and our peak resident memory.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build="${BUILD_DIR:-build}"
-scripts/build -DBRENVIA_BENCH=ON > /dev/null
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
 source bench/timing.sh
-make_photo "$work/photo.jpg"
+start_bench
 recipe=bench/recipes/adjust.json
 
 floor=$(best sh -c "djpeg '$work/photo.jpg' | cjpeg -quality 100 -sample 1x1 > '$work/floor.jpg'")

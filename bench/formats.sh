@@ -8,13 +8,8 @@
 # Prints each time (fastest of five) and the ratios.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build="${BUILD_DIR:-build}"
-scripts/build -DBRENVIA_BENCH=ON > /dev/null
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
 source bench/timing.sh
-make_photo "$work/photo.jpg"
+start_bench
 vips copy "$work/photo.jpg" "$work/photo.ppm"
 heif-enc --quality 90 "$work/photo.jpg" -o "$work/photo.heic" > /dev/null
 

@@ -5,13 +5,8 @@
 # nearest equivalent, in one run; prints the ratios and our peak resident memory.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build="${BUILD_DIR:-build}"
-scripts/build -DBRENVIA_BENCH=ON > /dev/null
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
 source bench/timing.sh
-make_photo "$work/photo.jpg"
+start_bench
 recipe=bench/recipes/look.json
 grain=examples/film/grain.jpg
 

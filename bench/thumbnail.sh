@@ -9,15 +9,10 @@
 # on a photo with 4:2:0 chroma.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build="${BUILD_DIR:-build}"
-scripts/build -DBRENVIA_BENCH=ON > /dev/null
+source bench/timing.sh
+start_bench
 # Other work on the machine skews the figures: the load average before we start is shown with them.
 load=$(cut -d' ' -f1 /proc/loadavg)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-source bench/timing.sh
-make_photo "$work/photo.jpg"
 # --subsampled: the photo with 4:2:0 chroma, as cameras write it (make_photo keeps full chroma).
 if [ "${1:-}" = --subsampled ]; then
   vips copy "$work/photo.jpg" "$work/subsampled.jpg[Q=95,subsample-mode=on]"

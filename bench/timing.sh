@@ -1,4 +1,14 @@
-# Shared by the benchmark scripts: source it.
+# Shared by the benchmark scripts: source it from the project folder.
+
+# Builds the benchmarks, makes the scratch folder $work (removed on exit) and a 12 MP photo in it,
+# $work/photo.jpg; $build is the build folder.
+start_bench() {
+  build="${BUILD_DIR:-build}"
+  scripts/build -DBRENVIA_BENCH=ON > /dev/null
+  work=$(mktemp -d)
+  trap 'rm -rf "$work"' EXIT
+  make_photo "$work/photo.jpg"
+}
 
 # Fastest of five runs of a command, in milliseconds.
 best() {
