@@ -49,5 +49,20 @@ TEST(ThumbnailCommand, MakesThumbnailsOfTheLongerSideAndReportsEachFailure) {
   EXPECT_EQ(test::runCli("thumbnail " + inputs + " --size 0 --cache " + cache).status, 2);
 }
 
+// A photo taken on its side (EXIF orientation 6) gets an upright thumbnail.
+TEST(ThumbnailCommand, ThumbnailsStandUpright) {
+  test::TempFolder folder;
+  imageio::EncodeOptions turned;
+  turned.orientation = 6;
+  std::vector<uint8_t> bytes;
+  ASSERT_TRUE(imageio::encodeJPEG(*test::noiseBitmap(640, 480), turned, bytes));
+  folder.write("side.jpg", bytes);
+  auto made = test::runCli("thumbnail " + folder.path("side.jpg") + " --size 64 --cache " + folder.path("cache"));
+  ASSERT_EQ(made.status, 0) << made.out;
+  const std::string path = linesOf(made.out).back();
+  EXPECT_TRUE(path.ends_with("-upright-48x64-1.00.jpg")) << path;
+  EXPECT_EQ(CGImageCreateWithContentsOfFile(path)->width(), 48u);
+}
+
 }  // namespace
 }  // namespace brenvia

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include "platform/coreimage/ci_context.h"
 #include "platform/foundation/value.h"
 #include "platform/imageio/image_io.h"
 #include "thumbnails/thumbnailer.h"
@@ -49,17 +50,32 @@ std::string keyFor(const std::string& input) {
   return absolute.stem().string() + "-" + hex;
 }
 
-// The size whose longer side is `longest` pixels, with the picture's shape; nothing when the file's
-// header cannot be read.
-std::optional<CGSize> thumbnailSizeFor(const std::string& input, int longest) {
+struct Shape {
+  CGSize stored;     // the thumbnail's size in the file's stored orientation
+  int orientation;   // EXIF 1-8
+};
+
+// The size whose longer side is `longest` pixels, with the picture's shape, and the file's
+// orientation; nothing when the file's header cannot be read.
+std::optional<Shape> thumbnailShapeFor(const std::string& input, int longest) {
   std::optional<Value> properties = imageio::readProperties(input);
   if (!properties) return std::nullopt;
   const Value* w = BVMember(*properties, "PixelWidth");
   const Value* h = BVMember(*properties, "PixelHeight");
+  const Value* o = BVMember(*properties, "Orientation");
   const double width = w ? BVNumber(*w).value_or(0) : 0, height = h ? BVNumber(*h).value_or(0) : 0;
   if (width < 1 || height < 1) return std::nullopt;
   const double scale = longest / std::max(width, height);
-  return CGSizeMake(std::max(1.0, std::round(width * scale)), std::max(1.0, std::round(height * scale)));
+  const int orientation = int(o ? BVNumber(*o).value_or(1) : 1);
+  return Shape{CGSizeMake(std::max(1.0, std::round(width * scale)), std::max(1.0, std::round(height * scale))),
+               orientation >= 2 && orientation <= 8 ? orientation : 1};
+}
+
+// The thumbnail turned upright, as people look at the photo, under a key of its own.
+std::shared_ptr<BVImage> upright(const std::shared_ptr<BVImage>& stored, int orientation) {
+  CIImageRef turned = stored->CIImage()->imageByApplyingOrientation(orientation);
+  CGImageRef pixels = CIContext::contextWithOptions({})->createCGImage(turned, turned->extent());
+  return pixels ? BVImage::initWithCGImage(pixels) : nullptr;
 }
 
 // Makes the thumbnail of one input in the cache folder; its path, or nothing (with one line on
@@ -71,10 +87,16 @@ std::optional<std::string> thumbnailOne(BVThumbnailer& thumbnailer, const Thumbn
     fail(input, fs::exists(input, error) ? "not a file" : "no such file");
     return std::nullopt;
   }
-  const std::optional<CGSize> size = thumbnailSizeFor(input, s.size);
+  const std::optional<Shape> shape = thumbnailShapeFor(input, s.size);
   const BVThumbnailerOptions options = s.format == "jpg" ? kBVThumbnailerOptionJPEG : 0;
-  const std::string key = keyFor(input);
-  auto image = size ? thumbnailer.generateThumbnailWithImagePath(input, key, *size, 1.0, options) : nullptr;
+  std::string key = keyFor(input);
+  auto image = shape ? thumbnailer.generateThumbnailWithImagePath(input, key, shape->stored, 1.0, options) : nullptr;
+  std::optional<CGSize> size = shape ? std::optional(shape->stored) : std::nullopt;
+  if (image && shape->orientation != 1) {
+    key += "-upright";
+    image = upright(image, shape->orientation);
+    if (image) size = image->size();
+  }
   if (!image) {
     fail(input, "cannot read the picture");
     return std::nullopt;
