@@ -6,10 +6,10 @@
 #include "platform/coreimage/ci_image.h"
 #include "platform/foundation/log.h"
 #include "platform/imageio/image_io.h"
-#include "processor/processing.h"
 #include "thumbnails/thumbnailer.h"
 
 #include <atomic>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
