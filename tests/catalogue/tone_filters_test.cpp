@@ -5,7 +5,7 @@
 #include "catalogue/unsharp_mask_filter.h"
 #include "catalogue/vignette_filter.h"
 #include "platform/coreimage/ci_filter.h"
-#include "processor/processing.h"
+#include "processor/image_processor.h"
 #include "test_support.h"
 
 #include <gtest/gtest.h>
@@ -16,19 +16,13 @@
 namespace brenvia {
 namespace {
 
-// A processor that only reports the processed rectangle.
-class RectProcessing : public BVProcessing {
- public:
-  explicit RectProcessing(CGRect rect) : rect_(rect) {}
-  std::shared_ptr<CIContext> context() const override { return nullptr; }
-  std::shared_ptr<BVInput> input() const override { return nullptr; }
-  Value output() const override { return Value(); }
-  CGRect processingRect() const override { return rect_; }
-  std::vector<std::shared_ptr<BVFilter>> filters() const override { return {}; }
-
- private:
-  CGRect rect_;
-};
+// Gives the filter a processor that processes `rect`; the caller keeps it alive.
+std::shared_ptr<BVImageProcessor> processing(const BVFilterRef& filter, CGRect rect) {
+  auto processor = BVImageProcessor::initWithFilters({filter});
+  processor->setProcessingRect(rect);
+  filter->setProcessor(processor);
+  return processor;
+}
 
 template <class T = BVFilter>
 std::shared_ptr<T> make(const std::string& type, Value parameters = Value::object()) {
@@ -69,8 +63,7 @@ TEST(ColorFilter, HexWinsOverComponentsAndAHexThatIsNoColourKeepsTheColour) {
 
 TEST(ColorFilter, ColourLayerCarriesTheOpacityAndCoversTheProcessedArea) {
   auto filter = make<BVColorFilter>("color", {{"colorHex", "#336699"}, {"alpha", 0.5}, {"mode", "Multiply"}});
-  auto processing = std::make_shared<RectProcessing>(CGRectMake(10, 20, 4, 3));
-  filter->setProcessor(processing);
+  auto processor = processing(filter, CGRectMake(10, 20, 4, 3));
   auto blend = onlyOperation(filter, {4, 3});
   EXPECT_EQ(blend->name(), "CIMultiplyBlendMode");
   const CIImageRef layer = *input(blend, kCIInputImageKey).get<CIImageRef>();
@@ -156,8 +149,7 @@ TEST(SharpeningAndVignette, SizeRelativeValues) {
   auto op = onlyOperation(vignette, {1000, 500});
   EXPECT_EQ(input(op, "inputRadius"), CIValue(250.0));
   EXPECT_EQ(input(op, "inputCenter"), CIValue(CIVector{500, 250}));
-  auto processing = std::make_shared<RectProcessing>(CGRectMake(100, 40, 600, 800));
-  vignette->setProcessor(processing);
+  auto processor = processing(vignette, CGRectMake(100, 40, 600, 800));
   vignette->setParameters({{"focus", 0.25}, {"intensity", "full"}});
   op = onlyOperation(vignette, {600, 800});
   EXPECT_EQ(input(op, "inputCenter"), CIValue(CIVector{400, 440}));
