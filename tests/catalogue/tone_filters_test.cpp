@@ -91,16 +91,8 @@ TEST(LevelsFilter, LevelsAreLowBytesOfWholeNumbers) {
   EXPECT_EQ(std::static_pointer_cast<BVLevelsFilter>(filter->copy())->outputBlack(), 40);
 }
 
-TEST(LevelsFilter, StretchThenSqueezeMatricesAndAStepForAnEmptyRange) {
-  CIFilterArray chain = make("levels", {{"inputBlack", 51}, {"inputWhite", 204}, {"outputBlack", 25.5}, {"outputWhite", 229}})
-                            ->CIFiltersForSize({10, 10});
-  ASSERT_EQ(chain.size(), 2u);
-  const double ib = byte(51), d = byte(204) - ib, ob = byte(25), t = byte(229) - ob;
-  EXPECT_EQ(input(chain[0], "inputBVector"), CIValue(CIVector{0, 0, 1 / d, 0}));
-  EXPECT_EQ(input(chain[0], "inputBiasVector"), CIValue(CIVector{-ib / d, -ib / d, -ib / d, 0}));
-  EXPECT_EQ(input(chain[1], "inputGVector"), CIValue(CIVector{0, t, 0, 0}));
-  EXPECT_EQ(input(chain[1], "inputBiasVector"), CIValue(CIVector{ob, ob, ob, 0}));
-
+// The stretch and squeeze themselves are checked on the rendered photo.
+TEST(LevelsFilter, AnEmptyInputRangeIsAStep) {
   CIFilterArray step = make("levels", {{"inputBlack", 128}, {"inputWhite", 128}})->CIFiltersForSize({1, 1});
   const CIVector scale = *input(step[0], "inputRVector").get<CIVector>(), bias = *input(step[0], "inputBiasVector").get<CIVector>();
   EXPECT_NEAR(scale.X() * byte(128) + bias.X(), 0.0, 1e-6);
