@@ -51,7 +51,6 @@ TEST_F(ImageFilters, PositionWordsAndRandomPlacementKeys) {
   EXPECT_TRUE(randomized->randomlyMirrorHorizontally() && randomized->randomlyMirrorVertically());
   EXPECT_EQ(randomized->randomlyRotate(), 90);
   EXPECT_EQ(randomized->scalingMode(), BVImageScalingModeFill);
-  EXPECT_EQ(randomized->zoom(), 1.0);
   EXPECT_EQ(make({{"zoom", 1.5}, {"randomlyRotate", 45}})->randomlyRotate(), 45);
 
   auto grain = make({{"zoom", 1.5}, {"tags", {"grain"}}});
@@ -73,25 +72,19 @@ TEST_F(ImageFilters, OverlayBlendsOnBothRoadsAndAMissingPictureIsSkipped) {
     auto out = render(make(recipe), canvas, bitmapRoad);
     ASSERT_TRUE(out);
     // Multiply in sRGB, then halfway back to the canvas: 200·(1 + 128/255)/2, 100, 50·(1 + 64/255)/2.
-    const std::array<int, 3> got = rgb(out, 3, 4);
-    EXPECT_NEAR(got[0], 150, 2);
-    EXPECT_NEAR(got[1], 100, 2);
-    EXPECT_NEAR(got[2], 31, 2);
+    for (size_t c = 0; c < 3; ++c) EXPECT_NEAR(rgb(out, 3, 4)[c], (std::array{150, 100, 31})[c], 2) << c;
   }
-  test::LogCapture log;
-  auto out = render(make({{"imageName", "absent"}}), canvas, false);
-  ASSERT_TRUE(out);
-  EXPECT_EQ(rgb(out, 1, 1), (std::array<int, 3>{200, 100, 50}));
-  EXPECT_EQ(log.lines, std::vector<std::string>{"[BVFilter] Unable to find image named `absent`"});
-  // A damaged picture file is reported by the decoder and left out the same way, on both roads.
+  // A missing or damaged picture file is reported and left out, on both roads.
   std::ofstream(folder.path("broken.png"), std::ios::binary) << "\x89PNG\r\n\x1a\n truncated";
-  for (bool bitmapRoad : {false, true}) {
-    log.lines.clear();
-    out = render(make({{"imageName", "broken"}}), canvas, bitmapRoad);
-    ASSERT_TRUE(out);
-    EXPECT_EQ(rgb(out, 1, 1), (std::array<int, 3>{200, 100, 50}));
-    ASSERT_FALSE(log.lines.empty());
-    EXPECT_NE(log.lines[0].find("broken.png"), std::string::npos) << log.lines[0];
+  for (const std::string name : {"absent", "broken"}) {
+    for (bool bitmapRoad : {false, true}) {
+      test::LogCapture log;
+      auto out = render(make({{"imageName", name}}), canvas, bitmapRoad);
+      ASSERT_TRUE(out);
+      EXPECT_EQ(rgb(out, 1, 1), (std::array<int, 3>{200, 100, 50}));
+      ASSERT_FALSE(log.lines.empty());
+      EXPECT_NE(log.lines[0].find(name), std::string::npos) << log.lines[0];
+    }
   }
 }
 
@@ -128,8 +121,7 @@ TEST_F(ImageFilters, SequencesStepAndRandomChoicesRepeatUnderStoredDraws) {
   for (int run = 0; run < 4; ++run) {
     sequence->prepareToApply();
     shown.push_back(*sequence->imageName());
-    if (run == 1) EXPECT_EQ(sequence->alpha(), 1.0);  // a blend without alpha is opaque
-    if (run == 1) EXPECT_FALSE(sequence->mode());
+    if (run == 1) EXPECT_TRUE(sequence->alpha() == 1.0 && !sequence->mode());  // a blend without alpha is opaque
   }
   EXPECT_EQ(shown, (std::vector<std::string>{"a", "b", "c", "a"}));
 
@@ -142,8 +134,6 @@ TEST_F(ImageFilters, SequencesStepAndRandomChoicesRepeatUnderStoredDraws) {
   random->prepareToApply();
   EXPECT_EQ(random->imageName(), "b");
   EXPECT_EQ(random->alpha(), double(0.3f));  // the recipe's alpha stays
-  EXPECT_EQ(random->memoryCost(), 1.0);
-  EXPECT_NE(random->description().find("; name = b>"), std::string::npos);
 }
 
 }  // namespace

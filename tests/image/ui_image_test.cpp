@@ -13,14 +13,13 @@ TEST(UIImage, PicturesCarryScaleAndOrientationBothWays) {
   CGImageRef bitmap = test::solidBitmap(40, 20, {10, 20, 30, 255});
   auto image = UIImage::imageWithCGImage(bitmap, 2.0, BVImageOrientationRightMirrored);
   EXPECT_EQ(image->size(), CGSizeMake(10, 20));  // points, turned a quarter
-  auto picture = image->BVImage();
-  EXPECT_EQ(picture->CGImage(), bitmap);
-  EXPECT_EQ(picture->scale(), 2.0);
-  EXPECT_EQ(picture->imageOrientation(), BVImageOrientationRightMirrored);
-  auto back = picture->UIImage();
-  EXPECT_EQ(back->CGImage(), bitmap);
-  EXPECT_EQ(back->scale(), 2.0);
-  EXPECT_EQ(back->imageOrientation(), BVImageOrientationRightMirrored);
+  auto carries = [&](const auto& converted) {
+    EXPECT_EQ(converted->CGImage(), bitmap);
+    EXPECT_EQ(converted->scale(), 2.0);
+    EXPECT_EQ(converted->imageOrientation(), BVImageOrientationRightMirrored);
+  };
+  carries(image->BVImage());
+  carries(image->BVImage()->UIImage());
   EXPECT_FALSE(UIImage::imageWithCGImage(nullptr));
   EXPECT_FALSE(BVImage().UIImage());
 }

@@ -137,7 +137,9 @@ TEST(Thumbnailer, RemovesByExactKeyBySizeOrEverything) {
   EXPECT_EQ(thumbnailer.imageForKey("x-y", {60, 10}, 1.0, 0), nullptr);
 }
 
-TEST(Thumbnailer, ConcurrentRequestsForOneThumbnailMakeItOnce) {
+// Concurrent requests for one thumbnail make it once; a request with a callback answers from
+// another thread, and only with a picture.
+TEST(Thumbnailer, FileRequestsRunOnceAndCallBackFromAnotherThread) {
   test::TempFolder folder;
   const std::string photo = writeJPEG(folder, "photo.jpg", test::noiseBitmap(1600, 1200));
   BVThumbnailer thumbnailer(folder.path("cache"));
@@ -152,6 +154,21 @@ TEST(Thumbnailer, ConcurrentRequestsForOneThumbnailMakeItOnce) {
   ASSERT_NE(first, nullptr);
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ(requests[i].get(), first);
   EXPECT_EQ(thumbnailer.imageForKey("k", {400, 300}, 1.0, 0), first);
+
+  std::promise<std::pair<CGSize, std::thread::id>> called;
+  thumbnailer.generateThumbnailWithImagePath(photo, "k", {32, 24}, 1.0, 0, [&](std::shared_ptr<BVImage> image) {
+    called.set_value({sizeOf(image), std::this_thread::get_id()});
+  });
+  const auto [size, thread] = called.get_future().get();
+  EXPECT_EQ(size, CGSizeMake(32, 24));
+  EXPECT_NE(thread, std::this_thread::get_id());
+  test::LogCapture log;
+  bool missingCalled = false;
+  thumbnailer.generateThumbnailWithImagePath(folder.path("gone.jpg"), "g", {32, 24}, 1.0, 0,
+                                             [&](std::shared_ptr<BVImage>) { missingCalled = true; });
+  EXPECT_EQ(log.lines,
+            std::vector<std::string>{"Cannot generate a thumbnail. No file at path: " + folder.path("gone.jpg")});
+  EXPECT_FALSE(missingCalled);
 }
 
 TEST(Thumbnailer, TreatsADamagedFileAsMissingAndMakesItAgain) {
@@ -214,26 +231,6 @@ TEST(Thumbnailer, AveragesFineDetailAwayAndDecodesFilesReduced) {
   EXPECT_NEAR(colorAt(fromFile, 10, 40)[0], 255, 4);
   EXPECT_NEAR(colorAt(fromFile, 90, 40)[2], 255, 4);
   EXPECT_EQ(thumbnailer.generateThumbnailWithImagePath(folder.path("none.jpg"), "none", {10, 10}, 1.0, 0), nullptr);
-}
-
-TEST(Thumbnailer, CallsBackFromAnotherThreadOnlyWithAPicture) {
-  test::TempFolder folder;
-  const std::string photo = writeJPEG(folder, "photo.jpg", test::noiseBitmap(320, 240));
-  BVThumbnailer thumbnailer(folder.path("cache"));
-  std::promise<std::pair<CGSize, std::thread::id>> called;
-  thumbnailer.generateThumbnailWithImagePath(photo, "k", {32, 24}, 1.0, 0, [&](std::shared_ptr<BVImage> image) {
-    called.set_value({sizeOf(image), std::this_thread::get_id()});
-  });
-  const auto [size, thread] = called.get_future().get();
-  EXPECT_EQ(size, CGSizeMake(32, 24));
-  EXPECT_NE(thread, std::this_thread::get_id());
-  test::LogCapture log;
-  bool missingCalled = false;
-  thumbnailer.generateThumbnailWithImagePath(folder.path("gone.jpg"), "g", {32, 24}, 1.0, 0,
-                                             [&](std::shared_ptr<BVImage>) { missingCalled = true; });
-  EXPECT_EQ(log.lines,
-            std::vector<std::string>{"Cannot generate a thumbnail. No file at path: " + folder.path("gone.jpg")});
-  EXPECT_FALSE(missingCalled);
 }
 
 }  // namespace

@@ -63,20 +63,14 @@ TEST(ImageIOScaledDecode, EveryFormatReducesByTheRuleOfJpeg) {
 
 TEST(ImageIOScaledDecode, TransparentPixelsLendNoColour) {
   // Opaque red beside transparent blue: the average is red at half alpha.
-  auto image = CGImage::allocate(4, 2, F::RGBA8, CGColorSpaceCreateDeviceRGB());
-  for (size_t y = 0; y < 2; ++y)
-    for (size_t x = 0; x < 4; ++x) {
-      uint8_t* p = image->mutableRow(y) + x * 4;
-      const bool red = (x + y) % 2 == 0;
-      p[0] = red ? 255 : 0, p[1] = 0, p[2] = red ? 0 : 255, p[3] = red ? 255 : 0;
-    }
+  auto image = test::makeBitmap(4, 2, [](size_t x, size_t y) {
+    return (x + y) % 2 ? std::array<uint8_t, 4>{0, 0, 255, 0} : std::array<uint8_t, 4>{255, 0, 0, 255};
+  });
   auto decoded = decodeAt(encodeWith(encodePNG, *image), 2);
   ASSERT_TRUE(decoded);
   ASSERT_EQ(decoded->image->width(), 2u);
   for (size_t x = 0; x < 2; ++x)
-    EXPECT_EQ((std::array<int, 4>{sample(*decoded->image, x, 0, 0), sample(*decoded->image, x, 0, 1),
-                                  sample(*decoded->image, x, 0, 2), sample(*decoded->image, x, 0, 3)}),
-              (std::array<int, 4>{255, 0, 0, 128}));
+    for (size_t c = 0; c < 4; ++c) EXPECT_EQ(sample(*decoded->image, x, 0, c), (std::array{255, 0, 0, 128})[c]) << x;
 }
 
 }  // namespace
