@@ -6,7 +6,9 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -44,6 +46,23 @@ inline CGImageRef solidBitmap(size_t w, size_t h, std::array<uint8_t, 4> p) {
 inline std::array<int, 4> pixelAt(const CGImageRef& image, size_t x, size_t y) {
   const uint8_t* p = image->row(y) + x * 4;
   return {p[0], p[1], p[2], p[3]};
+}
+
+// Red, green and blue of pixel (x, y) of an 8-bit bitmap, y counted from the top, whatever its
+// layout: RGB, RGBA, or the drawing road's BGRA.
+inline std::array<int, 3> rgbAt(const CGImage& image, size_t x, size_t y) {
+  const uint8_t* p = image.row(y) + x * CGPixelFormatBytesPerPixel(image.format());
+  if (image.format() == CGPixelFormat::BGRA8Premultiplied) return {p[2], p[1], p[0]};
+  return {p[0], p[1], p[2]};
+}
+
+// The largest difference of a colour channel between two 8-bit bitmaps of the same size.
+inline int largestColourDifference(const CGImage& a, const CGImage& b) {
+  int worst = 0;
+  for (size_t y = 0; y < a.height(); ++y)
+    for (size_t x = 0; x < a.width(); ++x)
+      for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(rgbAt(a, x, y)[c] - rgbAt(b, x, y)[c]));
+  return worst;
 }
 
 // Renders the extent (or rect) to premultiplied float RGBA, top row first.

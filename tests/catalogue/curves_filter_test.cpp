@@ -79,20 +79,13 @@ std::shared_ptr<BVImage> render(const BVFilterRef& filter, const std::shared_ptr
   return BVImageProcessor::initWithFilters({filter}, options)->process(image);
 }
 
-// Red, green and blue of pixel (x, y), whatever the byte order of the road's bitmap.
-std::array<int, 3> rgbAt(const CGImageRef& image, size_t x, size_t y) {
-  const int step = int(CGPixelFormatBytesPerPixel(image->format()));
-  const uint8_t* p = image->row(y) + x * size_t(step);
-  if (image->format() == CGPixelFormat::BGRA8Premultiplied) return {p[2], p[1], p[0]};
-  return {p[0], p[1], p[2]};
-}
-
 // The largest distance of any channel from 255 minus the original, over a grid of pixels.
 int worstInversionError(const CGImageRef& original, const CGImageRef& inverted) {
   int worst = 0;
   for (size_t y = 0; y < original->height(); y += 7)
     for (size_t x = 0; x < original->width(); x += 5)
-      for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(255 - rgbAt(original, x, y)[c] - rgbAt(inverted, x, y)[c]));
+      for (size_t c = 0; c < 3; ++c)
+        worst = std::max(worst, std::abs(255 - test::rgbAt(*original, x, y)[c] - test::rgbAt(*inverted, x, y)[c]));
   return worst;
 }
 
@@ -168,7 +161,7 @@ TEST(BVCurvesFilter, WithoutAnySourceThePictureStays) {
   EXPECT_EQ(log.lines[0].substr(0, 33), "[BVCubeLUT] Could not read `absen");
   auto picture = BVImage::initWithCGImage(test::solidBitmap(4, 4, {10, 20, 30, 255}));
   auto drawn = render(curvesFilter(Value::object()), picture, true);
-  EXPECT_EQ(rgbAt(drawn->CGImage(), 1, 1), (std::array<int, 3>{10, 20, 30}));
+  EXPECT_EQ(test::rgbAt(*drawn->CGImage(), 1, 1), (std::array<int, 3>{10, 20, 30}));
   EXPECT_EQ(log.lines.back(), "[BVCurvesFilter] ACV failed, or no curve objects were provided");
 }
 

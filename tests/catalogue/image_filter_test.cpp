@@ -36,9 +36,7 @@ class ImageFilters : public ::testing::Test {
     return BVImageProcessor::initWithFilters({filter}, options)->process(image);
   }
   static std::array<int, 3> rgb(const std::shared_ptr<BVImage>& image, size_t x, size_t y) {
-    std::array<int, 4> p = test::pixelAt(image->CGImage(), x, y);
-    if (image->CGImage()->format() == CGPixelFormat::BGRA8Premultiplied) std::swap(p[0], p[2]);
-    return {p[0], p[1], p[2]};
+    return test::rgbAt(*image->CGImage(), x, y);
   }
   test::TempFolder folder;
 };

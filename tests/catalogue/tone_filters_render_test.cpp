@@ -32,12 +32,7 @@ CGImageRef render(const Value& recipe, const std::shared_ptr<BVImage>& image, bo
   return out ? out->CGImage() : nullptr;
 }
 
-// Red, green, blue of an opaque pixel, whatever the byte order of the road's bitmap.
-RGB rgb(const CGImageRef& image, size_t x, size_t y) {
-  std::array<int, 4> p = test::pixelAt(image, x, y);
-  if (image->format() == CGPixelFormat::BGRA8Premultiplied) std::swap(p[0], p[2]);
-  return {p[0], p[1], p[2]};
-}
+RGB rgb(const CGImageRef& image, size_t x, size_t y) { return test::rgbAt(*image, x, y); }
 
 void forEachPixel(const CGImageRef& image, const std::function<void(size_t, size_t)>& fn) {
   for (size_t y = 0; y < image->height(); ++y)

@@ -25,20 +25,6 @@ CGImageRef rampImage() {
   return image;
 }
 
-std::array<int, 3> rgbAt(const CGImage& image, size_t x, size_t y) {
-  const uint8_t* p = image.row(y) + x * CGPixelFormatBytesPerPixel(image.format());
-  if (image.format() == CGPixelFormat::BGRA8Premultiplied) return {p[2], p[1], p[0]};
-  return {p[0], p[1], p[2]};
-}
-
-int largestDifference(const CGImage& a, const CGImage& b) {
-  int worst = 0;
-  for (size_t y = 0; y < a.height(); ++y)
-    for (size_t x = 0; x < a.width(); ++x)
-      for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(rgbAt(a, x, y)[c] - rgbAt(b, x, y)[c]));
-  return worst;
-}
-
 class FFmpegCurves : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -82,9 +68,9 @@ const BVPointList kBlue{{30, 0}, {120, 110}, {255, 230}};
 // does; the colour cube adds the master curve in instead, so it is compared with a straight master.
 TEST_F(FFmpegCurves, OursAgreeWithTheirs) {
   writeACV("look.acv", {{{0, 0}, {64, 56}, {192, 204}, {255, 255}}, kRed, kGreen, kBlue});
-  EXPECT_LE(largestDifference(*ours("look.acv", true), *theirs("look.acv")), 2);
+  EXPECT_LE(test::largestColourDifference(*ours("look.acv", true), *theirs("look.acv")), 2);
   writeACV("channels.acv", {kDiagonal, kRed, kGreen, kBlue});
-  EXPECT_LE(largestDifference(*ours("channels.acv", false), *theirs("channels.acv")), 2);
+  EXPECT_LE(test::largestColourDifference(*ours("channels.acv", false), *theirs("channels.acv")), 2);
 }
 
 }  // namespace

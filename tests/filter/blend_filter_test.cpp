@@ -246,19 +246,7 @@ TEST(BVBlendFilter, EveryBlendModeOnBothRoads) {
     EXPECT_TRUE(out);
     return out->CGImage();
   };
-  // Red, green, blue of an opaque pixel, whatever the byte order of the road's bitmap.
-  auto rgb = [](const CGImageRef& image, size_t x, size_t y) {
-    std::array<int, 4> p = test::pixelAt(image, x, y);
-    if (image->format() == CGPixelFormat::BGRA8Premultiplied) std::swap(p[0], p[2]);
-    return p;
-  };
-  auto largestDifference = [&](const CGImageRef& a, const CGImageRef& b) {
-    int worst = 0;
-    for (size_t y = 0; y < h; ++y)
-      for (size_t x = 0; x < w; ++x)
-        for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(rgb(a, x, y)[c] - rgb(b, x, y)[c]));
-    return worst;
-  };
+  auto largestDifference = [](const CGImageRef& a, const CGImageRef& b) { return test::largestColourDifference(*a, *b); };
   const CGImageRef normalDrawn = render("Normal", true), normalRendered = render("Normal", false);
   const std::set<std::string> engineOnlyFormula = {"PlusDarker", "PlusLighter"};
   for (std::string_view name : BVBlendModeNames()) {
