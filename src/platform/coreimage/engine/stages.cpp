@@ -205,6 +205,8 @@ class AxisScaleStage final : public WarpStage {
 
   void row(Span& s, TileState& ts) const override {
     const PlanarView& rows = ts.buffer(id, 1).view();
+    // Spans come from the region the tile was prepared for; any other takes the general sampler.
+    if (s.x < rows.rect.x || s.x + s.n > rows.rect.maxX()) return WarpStage::row(s, ts);
     const float fy = float(inv_.d * (double(s.y) + 0.5) + inv_.ty) - 0.5f;
     const float y0 = std::isfinite(fy) ? std::floor(fy) : -1e30f;
     const int64_t top = int64_t(std::clamp(y0, -1e15f, 1e15f));
