@@ -176,9 +176,10 @@ class AxisScaleStage final : public WarpStage {
 
   void prepare(TileState& ts) const override {
     WarpStage::prepare(ts);
+    // The second buffer first: adding it may move the first, which the view below points into.
+    PlanarBuffer& across = ts.buffer(id, 1);
     const PlanarView& src = ts.buffer(id, 0).view();
     const PixelRect roi = ts.slots[size_t(id)].roi;
-    PlanarBuffer& across = ts.buffer(id, 1);
     across.reset({roi.x, src.rect.y, roi.w, src.rect.h});
     const PlanarView& rows = across.view();
     std::vector<int64_t> left(size_t(roi.w));
