@@ -4,7 +4,7 @@
 #include "image/graphics_utilities.h"
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/log.h"
-#include "processor/processing.h"
+#include "filter/processing.h"
 
 #include <cstdio>
 

@@ -6,8 +6,8 @@
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/clock.h"
 #include "platform/foundation/log.h"
-#include "processor/input.h"
-#include "processor/processing.h"
+#include "filter/input.h"
+#include "filter/processing.h"
 
 #include <cstdio>
 

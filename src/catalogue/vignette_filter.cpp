@@ -3,7 +3,7 @@
 #include "catalogue/catalogue_keys.h"
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/log.h"
-#include "processor/processing.h"
+#include "filter/processing.h"
 
 #include <algorithm>
 #include <charconv>

@@ -15,8 +15,8 @@
 #include "platform/coreimage/ci_filter.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/once.h"
-#include "processor/input.h"
-#include "processor/processing.h"
+#include "filter/input.h"
+#include "filter/processing.h"
 
 #include <nlohmann/json.hpp>
 

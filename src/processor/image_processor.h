@@ -4,8 +4,8 @@
 #include "image/bitmap_context.h"
 #include "image/image.h"
 #include "platform/coreimage/ci_context.h"
-#include "processor/input.h"
-#include "processor/processing.h"
+#include "filter/input.h"
+#include "filter/processing.h"
 
 #include <memory>
 #include <optional>

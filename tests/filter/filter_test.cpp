@@ -2,8 +2,8 @@
 
 #include "catalogue/adjustment_filter.h"
 #include "platform/coreimage/ci_filter.h"
-#include "processor/input.h"
-#include "processor/processing.h"
+#include "filter/input.h"
+#include "filter/processing.h"
 #include "test_support.h"
 
 #include <gtest/gtest.h>

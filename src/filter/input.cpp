@@ -1,4 +1,4 @@
-#include "processor/input.h"
+#include "filter/input.h"
 
 #include "platform/foundation/log.h"
 
