@@ -2,44 +2,40 @@
 
 #include "filter/blend_filter.h"
 
+#include <array>
+
 namespace brenvia {
 
 inline constexpr std::string_view kBVFilterColorRedKey = "colorRed";
 inline constexpr std::string_view kBVFilterColorGreenKey = "colorGreen";
 inline constexpr std::string_view kBVFilterColorBlueKey = "colorBlue";
 
-// A flat colour laid over the picture with the blend stage's mode, opacity and mask. The colour
-// comes from `colorHex` when the recipe has it, otherwise from `colorRed`, `colorGreen` and
-// `colorBlue` in 0 to 255.
-class BVColorFilter : public BVBlendFilter {
- public:
-  void setParameters(const Value& parameters) override;
-  CIFilterArray CIFiltersForSize(CGSize size) override;
-  // Sets up mode, opacity and mask, then fills the clipped area with the opaque colour.
-  void applyToCGContext(BVBitmapContext* context) override;
-  // Carries the three components, not the hex string.
-  BVFilterRef copy() const override;
-  std::string description() const override;
-  std::string className() const override { return "BVColorFilter"; }
-  std::vector<std::string> superclassNames() const override { return {"BVBlendFilter", "BVFilter"}; }
-
-  double colorRed() const { return red_; }
-  void setColorRed(double v) { red_ = v; }
-  double colorGreen() const { return green_; }
-  void setColorGreen(double v) { green_ = v; }
-  double colorBlue() const { return blue_; }
-  void setColorBlue(double v) { blue_ = v; }
-  const std::string& colorHex() const { return hex_; }
-  // Stores the string and takes the red, green and blue of its colour (not its alpha). An empty
-  // string, or one that is no colour (logged), leaves the components as they are.
-  void setColorHex(std::string hex);
-
- protected:
-  BVFilterRef makeBlank() const override { return std::make_shared<BVColorFilter>(); }
-
- private:
-  double red_ = 0, green_ = 0, blue_ = 0;
-  std::string hex_;
+struct BVColorSettings {
+  std::optional<std::string> colorHex;
+  double colorRed = 0, colorGreen = 0, colorBlue = 0;
 };
 
-}  // namespace brenvia
+// A flat colour laid over the picture with the blend stage's mode, opacity and
+// mask. The colour comes from `colorHex` when the recipe has that key,
+// otherwise from `colorRed`, `colorGreen` and `colorBlue` in 0 to 255.
+class BVColorFilter
+    : public BVFilterOf<BVColorFilter, BVBlendFilter, BVColorSettings> {
+public:
+  static constexpr std::string_view kClassName = "BVColorFilter";
+  static const BVParameterTable<BVColorSettings> &parameterTable();
+
+  CIFilterArray CIFiltersForSize(CGSize size) override;
+  // Sets up mode, opacity and mask, then fills the clipped area with the opaque
+  // colour.
+  void applyToCGContext(BVBitmapContext *context) override;
+
+  // Red, green and blue from 0 to 1 (the hex colour's alpha plays no part).
+  std::array<double, 3> components() const;
+
+protected:
+  // Logs a `colorHex` that is no colour.
+  void readParameters(const Value &parameters,
+                      const BVParameterReader &reader) override;
+};
+
+} // namespace brenvia

@@ -19,7 +19,8 @@ void BVRegisterAlphaCIFilter() {
         std::string(kBVAlphaCIFilterName),
         {"Alpha",
          {std::string(kCICategoryColorAdjustment), std::string(kCICategoryVideo), std::string(kCICategoryStillImage)},
-         {ci::imageInput(), ci::numberInput("inputAlpha", 1.0)}},
+         {ci::imageInput(), ci::numberInput("inputAlpha", 1.0)},
+         CIOperationRole::Opacity},
         [](const CIFilter& f) { return BVAlphaCIFilterImageWithAlpha(f.number("inputAlpha"), f.image("inputImage")); });
   });
 }

@@ -35,6 +35,13 @@ struct CIFilterRegistry {
 
   void add(std::string name, Entry entry) {
     std::unique_lock lock(mutex);
+    const auto& categories = entry.attributes->categories;
+    if (entry.attributes->role == CIOperationRole::Other &&
+        std::find(categories.begin(), categories.end(), kCICategoryCompositeOperation) != categories.end()) {
+      auto declared = std::make_shared<CIFilterClassAttributes>(*entry.attributes);
+      declared->role = CIOperationRole::Compositing;
+      entry.attributes = std::move(declared);
+    }
     entries[std::move(name)] = std::move(entry);
   }
 

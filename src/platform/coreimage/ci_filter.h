@@ -41,11 +41,17 @@ struct CIInputSpec {
 
 class CIFilter;
 
+// What an operation does in a chain, for the steps that connect a filter's operations: lay an
+// image over a background, fade an image before it is laid over, or cut an image by a mask.
+// Operations in the composite category are compositing unless they say otherwise.
+enum class CIOperationRole { Other, Compositing, Opacity, Mask };
+
 // Everything an operation's attributes say about its class.
 struct CIFilterClassAttributes {
   std::string displayName;
   std::vector<std::string> categories;
   std::vector<CIInputSpec> inputs;  // in inputKeys order
+  CIOperationRole role = CIOperationRole::Other;
 };
 
 // An image operation: a name, inputs by key and a deferred output image. Operations are made by

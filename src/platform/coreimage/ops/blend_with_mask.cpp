@@ -42,7 +42,8 @@ void registerMaskBlend(std::string name, std::string displayName, MaskChannel ch
   CIFilter::registerOperation(std::move(name),
                               {std::move(displayName),
                                builtinCategories({kCICategoryStylize}),
-                               {imageInput(), imageInput("inputBackgroundImage"), imageInput("inputMaskImage")}},
+                               {imageInput(), imageInput("inputBackgroundImage"), imageInput("inputMaskImage")},
+                               CIOperationRole::Mask},
                               std::move(build));
 }
 
