@@ -14,38 +14,27 @@
 namespace brenvia {
 namespace {
 
-template <class T> void add(std::string_view type, std::string_view doc) {
-  BVRegisterFilterClass({type, T::kClassName, doc,
-                         [] { return BVFilterRef(std::make_shared<T>()); }});
+template <class T>
+void add(std::string_view type, std::string_view doc) {
+  BVRegisterFilterClass({type, T::kClassName, doc, [] { return BVFilterRef(std::make_shared<T>()); }});
 }
 
-} // namespace
+}  // namespace
 
 void BVRegisterCatalogue() {
   BVRegisterLibraryOperators();
-  add<BVAdjustmentFilter>(
-      kBVFilterTypeAdjustment,
-      "exposure, contrast, saturation, hue, white balance and more");
-  add<BVCurvesFilter>(kBVFilterTypeCurves,
-                      "tone curves from points, an ACV file or a lookup table");
-  add<BVImageFilter>(kBVFilterTypeImage,
-                     "a picture laid over: frame, texture, light leak, grain");
-  add<BVRandomImageFilter>(kBVFilterTypeRandomImage,
-                           "one of several pictures, chosen at random");
-  add<BVImageSequenceFilter>(kBVFilterTypeImageSequence,
-                             "several pictures, one after another");
+  add<BVAdjustmentFilter>(kBVFilterTypeAdjustment, "exposure, contrast, saturation, hue, white balance and more");
+  add<BVCurvesFilter>(kBVFilterTypeCurves, "tone curves from points, an ACV file or a lookup table");
+  add<BVImageFilter>(kBVFilterTypeImage, "a picture laid over: frame, texture, light leak, grain");
+  add<BVRandomImageFilter>(kBVFilterTypeRandomImage, "one of several pictures, chosen at random");
+  add<BVImageSequenceFilter>(kBVFilterTypeImageSequence, "several pictures, one after another");
   add<BVColorFilter>(kBVFilterTypeColor, "a flat colour laid over");
-  add<BVLevelsFilter>(kBVFilterTypeLevels,
-                      "black and white points of input and output");
+  add<BVLevelsFilter>(kBVFilterTypeLevels, "black and white points of input and output");
   add<BVFadeFilter>(kBVFilterTypeFade, "colours pulled towards mid grey");
-  add<BVSelectiveColorFilter>(
-      kBVFilterTypeSelectiveColor,
-      "weights of six colours folded into the channels");
+  add<BVSelectiveColorFilter>(kBVFilterTypeSelectiveColor, "weights of six colours folded into the channels");
   add<BVSharpenFilter>(kBVFilterTypeSharpen, "luminance sharpening");
-  add<BVUnsharpMaskFilter>(kBVFilterTypeUnsharpMask,
-                           "unsharp masking, radius relative to the picture");
-  add<BVVignetteFilter>(kBVFilterTypeVignette,
-                        "darkened corners around a centred circle");
+  add<BVUnsharpMaskFilter>(kBVFilterTypeUnsharpMask, "unsharp masking, radius relative to the picture");
+  add<BVVignetteFilter>(kBVFilterTypeVignette, "darkened corners around a centred circle");
 }
 
-} // namespace brenvia
+}  // namespace brenvia

@@ -15,27 +15,23 @@ struct BVColorSettings {
   double colorRed = 0, colorGreen = 0, colorBlue = 0;
 };
 
-// A flat colour laid over the picture with the blend stage's mode, opacity and
-// mask. The colour comes from `colorHex` when the recipe has that key,
-// otherwise from `colorRed`, `colorGreen` and `colorBlue` in 0 to 255.
-class BVColorFilter
-    : public BVFilterOf<BVColorFilter, BVBlendFilter, BVColorSettings> {
-public:
+// A flat colour laid over the picture with the blend stage's mode, opacity and mask. The colour comes from `colorHex`
+// when the recipe has that key, otherwise from `colorRed`, `colorGreen` and `colorBlue` in 0 to 255.
+class BVColorFilter : public BVFilterOf<BVColorFilter, BVBlendFilter, BVColorSettings> {
+ public:
   static constexpr std::string_view kClassName = "BVColorFilter";
-  static const BVParameterTable<BVColorSettings> &parameterTable();
+  static const BVParameterTable<BVColorSettings>& parameterTable();
 
   CIFilterArray CIFiltersForSize(CGSize size) override;
-  // Sets up mode, opacity and mask, then fills the clipped area with the opaque
-  // colour.
-  void applyToCGContext(BVBitmapContext *context) override;
+  // Sets up mode, opacity and mask, then fills the clipped area with the opaque colour.
+  void applyToCGContext(BVBitmapContext* context) override;
 
   // Red, green and blue from 0 to 1 (the hex colour's alpha plays no part).
   std::array<double, 3> components() const;
 
-protected:
+ protected:
   // Logs a `colorHex` that is no colour.
-  void readParameters(const Value &parameters,
-                      const BVParameterReader &reader) override;
+  void readParameters(const Value& parameters, const BVParameterReader& reader) override;
 };
 
-} // namespace brenvia
+}  // namespace brenvia

@@ -20,118 +20,90 @@ namespace {
 
 constexpr uint32_t kCurvesCubeDimension = 32;
 
-// Cubes are shared between filters with the same curves or table at the same
-// strength, so a second filter (or a copy) costs nothing. A 32^3 cube is 512
-// KiB.
-using SharedCubes =
-    BVRecentlyUsedCache<std::string, std::pair<BVData, uint32_t>>;
-SharedCubes &sharedCubes() {
+// Cubes are shared between filters with the same curves or table at the same strength, so a
+// second filter (or a copy) costs nothing. A 32^3 cube is 512 KiB.
+using SharedCubes = BVRecentlyUsedCache<std::string, std::pair<BVData, uint32_t>>;
+SharedCubes& sharedCubes() {
   static SharedCubes cache(16);
   return cache;
 }
 
-void appendPoints(std::string &key, const CColorCurveRef &curve) {
+void appendPoints(std::string& key, const CColorCurveRef& curve) {
   if (!curve) {
     key += "none;";
     return;
   }
-  for (const CGPoint &p : curve->points())
-    key += std::to_string(p.x) + " " + std::to_string(p.y) + ",";
+  for (const CGPoint& p : curve->points()) key += std::to_string(p.x) + " " + std::to_string(p.y) + ",";
   key += "|";
-  if (curve->masterCurve())
-    appendPoints(key, curve->masterCurve());
+  if (curve->masterCurve()) appendPoints(key, curve->masterCurve());
   key += ";";
 }
 
 // The file's identity for the cache: its path, size and time of change.
-std::optional<std::string> fileStamp(const std::string &path) {
+std::optional<std::string> fileStamp(const std::string& path) {
   std::error_code error;
   const auto size = std::filesystem::file_size(path, error);
-  if (error)
-    return std::nullopt;
-  const auto changed =
-      std::filesystem::last_write_time(path, error).time_since_epoch().count();
+  if (error) return std::nullopt;
+  const auto changed = std::filesystem::last_write_time(path, error).time_since_epoch().count();
   return path + "@" + std::to_string(size) + "@" + std::to_string(changed);
 }
 
-std::optional<std::string> readText(const std::string &path) {
+std::optional<std::string> readText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  if (!in)
-    return std::nullopt;
-  return std::string((std::istreambuf_iterator<char>(in)),
-                     std::istreambuf_iterator<char>());
+  if (!in) return std::nullopt;
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
-bool isCubeFile(const std::string &name) {
+bool isCubeFile(const std::string& name) {
   std::string extension = std::filesystem::path(name).extension().string();
-  for (char &c : extension)
-    c = char(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : extension) c = char(std::tolower(static_cast<unsigned char>(c)));
   return extension == ".cube";
 }
 
-BVCurve curveFrom(const std::optional<std::string> &text,
-                  const std::shared_ptr<const BVCurve> &master) {
-  return BVCurve(text ? BVCurvePointsFromString(*text) : BVPointList{}, master,
-                 0);
+BVCurve curveFrom(const std::optional<std::string>& text, const std::shared_ptr<const BVCurve>& master) {
+  return BVCurve(text ? BVCurvePointsFromString(*text) : BVPointList{}, master, 0);
 }
 
-} // namespace
+}  // namespace
 
-const BVParameterTable<BVCurvesSettings> &BVCurvesFilter::parameterTable() {
+const BVParameterTable<BVCurvesSettings>& BVCurvesFilter::parameterTable() {
   using S = BVCurvesSettings;
   static const BVParameterTable<S> table{
-      {kBVFilterCurvesACVFileNameKey, &S::acvFileName,
-       "curves file (.acv) in the asset folder"},
-      {kBVFilterCurvesLUTFileNameKey, &S::lutFileName,
-       "lookup table in the asset folder: 32^3 text table or .cube"},
-      {kBVFilterCurvesMasterPointsKey, &S::masterPoints,
-       "points of the curve of all channels: {0 0},{128 140},..."},
-      {kBVFilterCurvesRedPointsKey, &S::redPoints,
-       "points of the red curve, with masterPoints"},
-      {kBVFilterCurvesGreenPointsKey, &S::greenPoints,
-       "points of the green curve, with masterPoints"},
-      {kBVFilterCurvesBluePointsKey, &S::bluePoints,
-       "points of the blue curve, with masterPoints"},
+      {kBVFilterCurvesACVFileNameKey, &S::acvFileName, "curves file (.acv) in the asset folder"},
+      {kBVFilterCurvesLUTFileNameKey, &S::lutFileName, "lookup table in the asset folder: 32^3 text table or .cube"},
+      {kBVFilterCurvesMasterPointsKey, &S::masterPoints, "points of the curve of all channels: {0 0},{128 140},..."},
+      {kBVFilterCurvesRedPointsKey, &S::redPoints, "points of the red curve, with masterPoints"},
+      {kBVFilterCurvesGreenPointsKey, &S::greenPoints, "points of the green curve, with masterPoints"},
+      {kBVFilterCurvesBluePointsKey, &S::bluePoints, "points of the blue curve, with masterPoints"},
   };
   return table;
 }
 
-void BVCurvesFilter::readParameters(const Value &parameters,
-                                    const BVParameterReader &reader) {
+void BVCurvesFilter::readParameters(const Value& parameters, const BVParameterReader& reader) {
   BVFilterOf::readParameters(parameters, reader);
-  const BVCurvesSettings &s = settings();
+  const BVCurvesSettings& s = settings();
   redCurve_ = greenCurve_ = blueCurve_ = std::nullopt;
-  if (!s.masterPoints)
-    return;
-  auto master =
-      std::make_shared<const BVCurve>(curveFrom(s.masterPoints, nullptr));
+  if (!s.masterPoints) return;
+  auto master = std::make_shared<const BVCurve>(curveFrom(s.masterPoints, nullptr));
   redCurve_ = curveFrom(s.redPoints, master);
   greenCurve_ = curveFrom(s.greenPoints, master);
   blueCurve_ = curveFrom(s.bluePoints, master);
 }
 
-std::string BVCurvesFilter::pathOf(const std::string &name) const {
-  return imageSearchPath()
-             ? (std::filesystem::path(*imageSearchPath()) / name).string()
-             : name;
+std::string BVCurvesFilter::pathOf(const std::string& name) const {
+  return imageSearchPath() ? (std::filesystem::path(*imageSearchPath()) / name).string() : name;
 }
 
 CACVObjectRef BVCurvesFilter::acvObject() {
-  if (!acvObject_ && acvFileName())
-    acvObject_ = CACVObject::initWithURL(pathOf(*acvFileName()));
+  if (!acvObject_ && acvFileName()) acvObject_ = CACVObject::initWithURL(pathOf(*acvFileName()));
   return acvObject_;
 }
 
-CColorCurveRef
-BVCurvesFilter::channelCurve(const std::optional<BVCurve> &curve,
-                             const CColorCurveRef &(CACVObject::*fromFile)()
-                                 const) {
+CColorCurveRef BVCurvesFilter::channelCurve(const std::optional<BVCurve>& curve,
+                                            const CColorCurveRef& (CACVObject::*fromFile)() const) {
   if (curve) {
-    const BVPointList masterPoints = curve->masterCurve()
-                                         ? curve->masterCurve()->points()
-                                         : BVCurve().points();
-    CColorCurveRef master =
-        CColorCurve::initWithName(std::nullopt, masterPoints, nullptr);
+    const BVPointList masterPoints = curve->masterCurve() ? curve->masterCurve()->points() : BVCurve().points();
+    CColorCurveRef master = CColorCurve::initWithName(std::nullopt, masterPoints, nullptr);
     return CColorCurve::initWithName(std::nullopt, curve->points(), master);
   }
   CACVObjectRef file = acvObject();
@@ -147,41 +119,31 @@ std::optional<BVCurvesFilter::Cube> BVCurvesFilter::makeCube(float strength) {
   CColorCurveRef red = redCCurve(), green = greenCCurve(), blue = blueCCurve();
   if (red || green || blue) {
     std::string key = "curves:" + std::to_string(strength) + ":";
-    for (const auto &curve : {red, green, blue})
-      appendPoints(key, curve);
+    for (const auto& curve : {red, green, blue}) appendPoints(key, curve);
     auto [data, dimension] = sharedCubes().valueFor(key, [&] {
-      return std::pair(CACVObject::threeDimensionalLUT(
-                           red, green, blue, kCurvesCubeDimension, strength),
+      return std::pair(CACVObject::threeDimensionalLUT(red, green, blue, kCurvesCubeDimension, strength),
                        kCurvesCubeDimension);
     });
     return Cube{data, dimension};
   }
-  if (lutFileName())
-    return cubeFromTableFile(strength);
+  if (lutFileName()) return cubeFromTableFile(strength);
   return std::nullopt;
 }
 
-std::optional<BVCurvesFilter::Cube>
-BVCurvesFilter::cubeFromTableFile(float strength) const {
+std::optional<BVCurvesFilter::Cube> BVCurvesFilter::cubeFromTableFile(float strength) const {
   const std::string path = pathOf(*lutFileName());
   const std::optional<std::string> stamp = fileStamp(path);
   auto read = [&]() -> std::pair<BVData, uint32_t> {
     if (isCubeFile(path)) {
       std::optional<BVCubeLUT> table = BVCubeLUTReadFile(path);
-      if (!table)
-        return {nullptr, 0};
+      if (!table) return {nullptr, 0};
       return {BVCubeLUTUnitCube(*table, strength), table->dimension};
     }
-    return {
-        BVLUTTextCube(readText(path).value_or(""), strength, *lutFileName()),
-        kCurvesCubeDimension};
+    return {BVLUTTextCube(readText(path).value_or(""), strength, *lutFileName()), kCurvesCubeDimension};
   };
   auto [data, dimension] =
-      stamp ? sharedCubes().valueFor(
-                  "table:" + std::to_string(strength) + ":" + *stamp, read)
-            : read();
-  if (!data)
-    return std::nullopt;
+      stamp ? sharedCubes().valueFor("table:" + std::to_string(strength) + ":" + *stamp, read) : read();
+  if (!data) return std::nullopt;
   return Cube{data, dimension};
 }
 
@@ -191,9 +153,10 @@ CIFilterArray BVCurvesFilter::CIFiltersForSize(CGSize size) {
   if (cube == colorCubeData_.end()) {
     std::optional<Cube> made = makeCube(float(strength));
     if (!made) {
-      BVLog("[BVCurvesFilter] There are no curves and no readable curves or "
-            "lookup table file; the picture is left "
-            "as it is.");
+      BVLog(
+          "[BVCurvesFilter] There are no curves and no readable curves or "
+          "lookup table file; the picture is left "
+          "as it is.");
       return {};
     }
     cube = colorCubeData_.emplace(strength, *made).first;
@@ -201,36 +164,25 @@ CIFilterArray BVCurvesFilter::CIFiltersForSize(CGSize size) {
   auto operation = CIFilter::filterWithName("CIColorCubeWithColorSpace");
   operation->setValue(cube->second.data, "inputCubeData");
   operation->setValue(double(cube->second.dimension), "inputCubeDimension");
-  operation->setValue(CGColorSpaceCreateWithName(kCGColorSpaceSRGB),
-                      "inputColorSpace");
+  operation->setValue(CGColorSpaceCreateWithName(kCGColorSpaceSRGB), "inputColorSpace");
   return CIFiltersWithMaskIfNeeded({operation}, nullptr, size);
 }
 
-// The tables work on the bytes of premultiplied pixels, as the drawing road
-// always has.
-void BVCurvesFilter::applyToCGContext(BVBitmapContext *context) {
-  const CGContextRef &c = context->context();
-  const vImage_CGImageFormat format{8, 32, CGBitmapContextGetColorSpace(c),
-                                    kBVARGB8BitmapInfo};
+// The tables work on the bytes of premultiplied pixels, as the drawing road always has.
+void BVCurvesFilter::applyToCGContext(BVBitmapContext* context) {
+  const CGContextRef& c = context->context();
+  const vImage_CGImageFormat format{8, 32, CGBitmapContextGetColorSpace(c), kBVARGB8BitmapInfo};
   vImage_Buffer pixels;
-  vImage_Error error = vImageBuffer_InitWithCGImage(
-      &pixels, format, nullptr, CGBitmapContextCreateImage(c), kvImageNoFlags);
+  vImage_Error error =
+      vImageBuffer_InitWithCGImage(&pixels, format, nullptr, CGBitmapContextCreateImage(c), kvImageNoFlags);
   if (error == kvImageNoError) {
-    CColorCurveRef red = redCCurve(), green = greenCCurve(),
-                   blue = blueCCurve();
-    if (!red || !green || !blue)
-      BVLog("[BVCurvesFilter] ACV failed, or no curve objects were provided");
-    auto table = [](const CColorCurveRef &curve) {
-      return curve ? curve->LUT().data() : nullptr;
-    };
-    error =
-        vImageTableLookUp_ARGB8888(pixels, pixels, nullptr, table(red),
-                                   table(green), table(blue), kvImageNoFlags);
+    CColorCurveRef red = redCCurve(), green = greenCCurve(), blue = blueCCurve();
+    if (!red || !green || !blue) BVLog("[BVCurvesFilter] ACV failed, or no curve objects were provided");
+    auto table = [](const CColorCurveRef& curve) { return curve ? curve->LUT().data() : nullptr; };
+    error = vImageTableLookUp_ARGB8888(pixels, pixels, nullptr, table(red), table(green), table(blue), kvImageNoFlags);
   }
-  CGImageRef result = error == kvImageNoError
-                          ? vImageCreateCGImageFromBuffer(
-                                pixels, format, kvImageNoFlags, &error)
-                          : nullptr;
+  CGImageRef result =
+      error == kvImageNoError ? vImageCreateCGImageFromBuffer(pixels, format, kvImageNoFlags, &error) : nullptr;
   std::free(pixels.data);
   if (!result) {
     BVLog("[BVCurvesFilter] vImage Failed: " + std::to_string(error));
@@ -238,10 +190,8 @@ void BVCurvesFilter::applyToCGContext(BVBitmapContext *context) {
   }
   CGContextSaveGState(c);
   CGContextSetBlendMode(c, kCGBlendModeCopy);
-  CGContextDrawImage(
-      c, CGRectMake(0, 0, double(result->width()), double(result->height())),
-      result);
+  CGContextDrawImage(c, CGRectMake(0, 0, double(result->width()), double(result->height())), result);
   CGContextRestoreGState(c);
 }
 
-} // namespace brenvia
+}  // namespace brenvia

@@ -5,23 +5,22 @@
 
 namespace brenvia {
 
-const BVParameterTable<BVSharpenSettings> &BVSharpenFilter::parameterTable() {
+const BVParameterTable<BVSharpenSettings>& BVSharpenFilter::parameterTable() {
   static const BVParameterTable<BVSharpenSettings> table{
-      {kBVFilterSharpnessKey, &BVSharpenSettings::sharpness,
-       "strength of the luminance sharpening", BVParameterRange{0, 2},
-       BVParameterRead::Always},
+      {kBVFilterSharpnessKey, &BVSharpenSettings::sharpness, "strength of the luminance sharpening",
+       BVParameterRange{0, 2}, BVParameterRead::Always},
   };
   return table;
 }
 
 CIFilterArray BVSharpenFilter::CIFiltersForSize(CGSize) {
-  return {CIFilter::filterWithName("CISharpenLuminance",
-                                   {{"inputSharpness", settings().sharpness}})};
+  return {CIFilter::filterWithName("CISharpenLuminance", {{"inputSharpness", settings().sharpness}})};
 }
 
-void BVSharpenFilter::applyToCGContext(BVBitmapContext *) {
-  BVLog("[BVSharpenFilter] Sharpen is not supported with CGContext. Use the "
-        "Core Image chain or implement vImage.");
+void BVSharpenFilter::applyToCGContext(BVBitmapContext*) {
+  BVLog(
+      "[BVSharpenFilter] Sharpen is not supported with CGContext. Use the "
+      "Core Image chain or implement vImage.");
 }
 
-} // namespace brenvia
+}  // namespace brenvia

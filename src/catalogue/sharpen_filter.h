@@ -11,15 +11,14 @@ struct BVSharpenSettings {
 };
 
 // Sharpens the luminance only, so edges gain contrast without colour fringes.
-class BVSharpenFilter
-    : public BVFilterOf<BVSharpenFilter, BVFilter, BVSharpenSettings> {
-public:
+class BVSharpenFilter : public BVFilterOf<BVSharpenFilter, BVFilter, BVSharpenSettings> {
+ public:
   static constexpr std::string_view kClassName = "BVSharpenFilter";
-  static const BVParameterTable<BVSharpenSettings> &parameterTable();
+  static const BVParameterTable<BVSharpenSettings>& parameterTable();
 
   CIFilterArray CIFiltersForSize(CGSize size) override;
   // Logs that there is no bitmap-context path and draws nothing.
-  void applyToCGContext(BVBitmapContext *context) override;
+  void applyToCGContext(BVBitmapContext* context) override;
 };
 
-} // namespace brenvia
+}  // namespace brenvia

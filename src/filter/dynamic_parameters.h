@@ -13,8 +13,8 @@ namespace brenvia {
 
 class BVRandomization;
 
-// Keys of a transformation dictionary, found in a recipe under `random` (an
-// array of them) or `sliderInput` (one or an array).
+// Keys of a transformation dictionary, found in a recipe under `random` (an array of them) or
+// `sliderInput` (one or an array).
 inline constexpr std::string_view kBVFilterRandomKeyPathKey = "keyPath";
 inline constexpr std::string_view kBVFilterRandomMinimumKey = "minimum";
 inline constexpr std::string_view kBVFilterRandomMaximumKey = "maximum";
@@ -44,32 +44,26 @@ struct BVParameterStringValue : std::string {
   static constexpr std::string_view portraitMatte = "portraitMatte";
 };
 
-// What a typed parameter dictionary holds: a boolean, a number, a string, or a
-// nested dictionary (kept as it is).
+// What a typed parameter dictionary holds: a boolean, a number, a string, or a nested dictionary
+// (kept as it is).
 using BVParameterValue = std::variant<bool, double, std::string, Value>;
 using BVParameters = std::map<BVParameterKey, BVParameterValue, std::less<>>;
 
-// The typed view of a parameter dictionary. Entries of another kind (arrays,
-// null) are logged and left out.
-BVParameters BVParametersFromDictionary(const Value &dictionary);
+// The typed view of a parameter dictionary. Entries of another kind (arrays, null) are logged and
+// left out.
+BVParameters BVParametersFromDictionary(const Value& dictionary);
 // The plain dictionary of typed parameters.
-Value BVDictionaryFromParameters(const BVParameters &parameters);
+Value BVDictionaryFromParameters(const BVParameters& parameters);
 
-// A copy of parameters with the value at the transformation's `keyPath`
-// replaced:
-// - with `values`, by one of them, drawn on the randomization or, without one,
-// at class level;
-// - else, with a value (a slider position), by minimum + value * (maximum -
-// minimum);
-// - else by a random number from minimum to maximum, both included, in steps of
-// 0.0001. The key path steps through nested dictionaries at its dots (an array
-// on the way passes the rest on to each element); a step that is missing
-// changes nothing. A transformation, key path or bound of the wrong kind, or a
-// path through a value that is no container, is logged and changes nothing. The
-// parameters themselves stay as they are.
-Value BVDictionaryTransformedWithDictionary(const Value &parameters,
-                                            const Value &transformation,
-                                            std::optional<double> value,
-                                            BVRandomization *randomization);
+// A copy of parameters with the value at the transformation's `keyPath` replaced:
+// - with `values`, by one of them, drawn on the randomization or, without one, at class level;
+// - else, with a value (a slider position), by minimum + value * (maximum - minimum);
+// - else by a random number from minimum to maximum, both included, in steps of 0.0001.
+// The key path steps through nested dictionaries at its dots (an array on the way passes the rest
+// on to each element); a step that is missing changes nothing. A transformation, key path or
+// bound of the wrong kind, or a path through a value that is no container, is logged and changes
+// nothing. The parameters themselves stay as they are.
+Value BVDictionaryTransformedWithDictionary(const Value& parameters, const Value& transformation,
+                                            std::optional<double> value, BVRandomization* randomization);
 
-} // namespace brenvia
+}  // namespace brenvia

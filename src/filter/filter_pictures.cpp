@@ -23,47 +23,38 @@ namespace fs = std::filesystem;
 std::atomic<BVFilterAssetLocation> gAssetLocation{BVFilterAssetLocationFiles};
 std::atomic<double> gDefaultAspectRatio{1.0};
 
-bool fileExists(const std::string &path) {
+bool fileExists(const std::string& path) {
   std::error_code error;
   return fs::is_regular_file(path, error);
 }
 
-// The number the whole text spells, or nothing (no blanks, nothing behind the
-// number).
-std::optional<double> wholeNumber(const std::string &text) {
-  if (text.empty() || std::isspace(static_cast<unsigned char>(text.front())))
-    return std::nullopt;
-  char *end = nullptr;
+// The number the whole text spells, or nothing (no blanks, nothing behind the number).
+std::optional<double> wholeNumber(const std::string& text) {
+  if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return std::nullopt;
+  char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
-  if (end != text.c_str() + text.size())
-    return std::nullopt;
+  if (end != text.c_str() + text.size()) return std::nullopt;
   return value;
 }
 
-// The pieces of a file name without its extension, split at "-", empty pieces
-// dropped.
-std::vector<std::string> dashPieces(const fs::path &file) {
+// The pieces of a file name without its extension, split at "-", empty pieces dropped.
+std::vector<std::string> dashPieces(const fs::path& file) {
   std::vector<std::string> pieces;
   std::string stem = file.stem().string();
   size_t start = 0;
   while (start <= stem.size()) {
     size_t dash = stem.find('-', start);
-    if (dash == std::string::npos)
-      dash = stem.size();
-    if (dash > start)
-      pieces.push_back(stem.substr(start, dash - start));
+    if (dash == std::string::npos) dash = stem.size();
+    if (dash > start) pieces.push_back(stem.substr(start, dash - start));
     start = dash + 1;
   }
   return pieces;
 }
 
-// Thumbnails are scaled to fill (256) or fit (512) for those modes, stretched
-// otherwise.
+// Thumbnails are scaled to fill (256) or fit (512) for those modes, stretched otherwise.
 BVThumbnailerOptions thumbnailOptions(int scalingMode) {
-  if (scalingMode == BVImageScalingModeFill)
-    return kBVThumbnailerOptionScaleToFill;
-  if (scalingMode == BVImageScalingModeFit)
-    return kBVThumbnailerOptionScaleToFit;
+  if (scalingMode == BVImageScalingModeFill) return kBVThumbnailerOptionScaleToFill;
+  if (scalingMode == BVImageScalingModeFit) return kBVThumbnailerOptionScaleToFit;
   return 0;
 }
 
@@ -73,130 +64,106 @@ std::string widthText(double width) {
   return text;
 }
 
-} // namespace
+}  // namespace
 
 BVFilterAssetLocation BVFilter::assetLocation() { return gAssetLocation; }
 void BVFilter::setAssetLocation(BVFilterAssetLocation location) {
   if (location != BVFilterAssetLocationFiles) {
-    BVLog("[BVFilter] There is no asset catalogue on this platform; pictures "
-          "are looked up as files.");
+    BVLog(
+        "[BVFilter] There is no asset catalogue on this platform; pictures "
+        "are looked up as files.");
   }
   gAssetLocation = location;
 }
 double BVFilter::defaultAspectRatio() { return gDefaultAspectRatio; }
-// The thumbnailer stretches pictures of this ratio to any request, so it learns
-// the ratio too.
+// The thumbnailer stretches pictures of this ratio to any request, so it learns the ratio too.
 void BVFilter::setDefaultAspectRatio(double ratio) {
   gDefaultAspectRatio = ratio;
   BVThumbnailer::sharedThumbnailer().setDefaultAspectRatio(ratio);
 }
 
-std::string BVFilter::prefixedImageName(const std::string &name) const {
+std::string BVFilter::prefixedImageName(const std::string& name) const {
   return imagePrefix() ? *imagePrefix() + "_" + name : name;
 }
 
-std::optional<std::string> BVFilter::pathForImageNamed(const std::string &name,
-                                                       CGSize size,
-                                                       int scalingMode) const {
+std::optional<std::string> BVFilter::pathForImageNamed(const std::string& name, CGSize size, int scalingMode) const {
   const std::string prefixed = prefixedImageName(name);
   std::vector<std::string> candidates;
   if (imageSearchPath()) {
     const std::string base = *imageSearchPath() + "/" + prefixed;
-    candidates = {base + ".png", base + ".jpg", base + ".jpeg",
-                  base + "_" + widthText(size.width) + ".jpg",
+    candidates = {base + ".png", base + ".jpg", base + ".jpeg", base + "_" + widthText(size.width) + ".jpg",
                   base + "_1936.jpg"};
   }
   if (scalingMode == BVImageScalingModeCustom) {
     const double aspect = size.width / size.height;
     if (aspect != defaultAspectRatio()) {
-      if (auto custom = pathForCustomAspectRatioImageNamed(prefixed, aspect))
-        return custom;
+      if (auto custom = pathForCustomAspectRatioImageNamed(prefixed, aspect)) return custom;
     }
   }
-  const BVBundle &bundle = BVBundle::brenviaBundle();
+  const BVBundle& bundle = BVBundle::brenviaBundle();
   for (std::string_view type : {"jpg", "png"}) {
-    if (auto resource = bundle.pathForResource(prefixed, type))
-      candidates.push_back(*resource);
+    if (auto resource = bundle.pathForResource(prefixed, type)) candidates.push_back(*resource);
   }
-  for (const std::string &candidate : candidates) {
-    if (fileExists(candidate))
-      return candidate;
+  for (const std::string& candidate : candidates) {
+    if (fileExists(candidate)) return candidate;
   }
   return std::nullopt;
 }
 
-// A picture wins only when nearer the ratio than a square one; an exact match
-// ends the search.
-std::optional<std::string>
-BVFilter::pathForCustomAspectRatioImageNamed(const std::string &prefixedName,
-                                             double ratio) const {
-  if (!imageSearchPath())
-    return std::nullopt;
+// A picture wins only when nearer the ratio than a square one; an exact match ends the search.
+std::optional<std::string> BVFilter::pathForCustomAspectRatioImageNamed(const std::string& prefixedName,
+                                                                        double ratio) const {
+  if (!imageSearchPath()) return std::nullopt;
   std::error_code error;
   fs::directory_iterator listing(*imageSearchPath(), error);
-  if (error)
-    return std::nullopt;
+  if (error) return std::nullopt;
   double bestDifference = std::abs(1.0 - ratio);
   std::optional<fs::path> best;
-  for (const fs::directory_entry &entry : listing) {
+  for (const fs::directory_entry& entry : listing) {
     const fs::path file = entry.path().filename();
-    if (file.string().front() == '.')
-      continue;
+    if (file.string().front() == '.') continue;
     const std::vector<std::string> pieces = dashPieces(file);
-    if (pieces.empty() || pieces.front() != prefixedName)
-      continue;
+    if (pieces.empty() || pieces.front() != prefixedName) continue;
     const std::optional<double> number = wholeNumber(pieces.back());
-    if (!number)
-      continue;
+    if (!number) continue;
     const double difference = std::abs(*number - ratio);
     if (difference < bestDifference) {
       bestDifference = difference;
       best = file;
     }
-    if (*number == ratio)
-      break;
+    if (*number == ratio) break;
   }
-  if (!best)
-    return std::nullopt;
+  if (!best) return std::nullopt;
   return (fs::path(*imageSearchPath()) / *best).string();
 }
 
 namespace {
 
-// "BVFilter-prefix_name" with a prefix, else "BVFilter-<last folder of the
-// search path>-name".
-std::string thumbnailKey(const BVFilter &filter, const std::string &name) {
-  if (filter.imagePrefix())
-    return "BVFilter-" + filter.prefixedImageName(name);
+// "BVFilter-prefix_name" with a prefix, else "BVFilter-<last folder of the search path>-name".
+std::string thumbnailKey(const BVFilter& filter, const std::string& name) {
+  if (filter.imagePrefix()) return "BVFilter-" + filter.prefixedImageName(name);
   const std::string folder =
-      filter.imageSearchPath()
-          ? fs::path(*filter.imageSearchPath()).filename().string()
-          : "(null)";
+      filter.imageSearchPath() ? fs::path(*filter.imageSearchPath()).filename().string() : "(null)";
   return "BVFilter-" + folder + "-" + name;
 }
 
-} // namespace
+}  // namespace
 
-std::shared_ptr<BVImage> BVFilter::imageNamed(const std::string &name,
-                                              CGSize size,
-                                              int scalingMode) const {
-  BVThumbnailer &thumbnailer = BVThumbnailer::sharedThumbnailer();
+std::shared_ptr<BVImage> BVFilter::imageNamed(const std::string& name, CGSize size, int scalingMode) const {
+  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
   const std::string key = thumbnailKey(*this, name);
   const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
-  if (auto cached = thumbnailer.imageForKey(key, size, 1.0, options))
-    return cached;
+  if (auto cached = thumbnailer.imageForKey(key, size, 1.0, options)) return cached;
   std::optional<std::string> path = pathForImageNamed(name, size, scalingMode);
   if (!path) {
     BVLog("[Brenvia] Failed to find image for `" + name + "`");
     return nullptr;
   }
-  return thumbnailer.generateThumbnailWithImagePath(*path, key, size, 1.0,
-                                                    options);
+  return thumbnailer.generateThumbnailWithImagePath(*path, key, size, 1.0, options);
 }
 
-void BVFilter::prepareToProcessImageNamed(const std::string &name, CGSize size,
-                                          int scalingMode) const {
-  BVThumbnailer &thumbnailer = BVThumbnailer::sharedThumbnailer();
+void BVFilter::prepareToProcessImageNamed(const std::string& name, CGSize size, int scalingMode) const {
+  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
   const std::string key = thumbnailKey(*this, name);
   const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
   std::optional<std::string> path = pathForImageNamed(name, size, scalingMode);
@@ -205,20 +172,15 @@ void BVFilter::prepareToProcessImageNamed(const std::string &name, CGSize size,
   }
 }
 
-void BVFilter::clearProcessingCacheForImageNamed(
-    const std::string &name) const {
-  BVThumbnailer::sharedThumbnailer().removeThumbnailsWithKey(
-      thumbnailKey(*this, name));
+void BVFilter::clearProcessingCacheForImageNamed(const std::string& name) const {
+  BVThumbnailer::sharedThumbnailer().removeThumbnailsWithKey(thumbnailKey(*this, name));
 }
 
-int64_t
-BVFilter::processingCachesByteSizeForImageNamed(const std::string &name) const {
-  return BVThumbnailer::sharedThumbnailer().totalCachedByteSizeForKey(
-      thumbnailKey(*this, name));
+int64_t BVFilter::processingCachesByteSizeForImageNamed(const std::string& name) const {
+  return BVThumbnailer::sharedThumbnailer().totalCachedByteSizeForKey(thumbnailKey(*this, name));
 }
 
-CIImageRef BVFilter::CIImageNamed(const std::string &name, CGSize size,
-                                  int scalingMode,
+CIImageRef BVFilter::CIImageNamed(const std::string& name, CGSize size, int scalingMode,
                                   BVImagePosition position) const {
   std::optional<std::string> path = pathForImageNamed(name, size, scalingMode);
   if (!path) {
@@ -229,57 +191,39 @@ CIImageRef BVFilter::CIImageNamed(const std::string &name, CGSize size,
     std::shared_ptr<BVImage> image = imageNamed(name, size, scalingMode);
     return image ? image->CIImage() : nullptr;
   };
-  // The pixel size comes from the file's header: the picture is not decoded to
-  // learn it.
+  // The pixel size comes from the file's header: the picture is not decoded to learn it.
   CGSize pixels = CGSizeZero;
   if (std::optional<Value> properties = imageio::readProperties(*path)) {
-    pixels = {BVNumber((*properties)["PixelWidth"]).value_or(0),
-              BVNumber((*properties)["PixelHeight"]).value_or(0)};
+    pixels = {BVNumber((*properties)["PixelWidth"]).value_or(0), BVNumber((*properties)["PixelHeight"]).value_or(0)};
   }
-  const CGSize limit =
-      BVThumbnailer::sharedThumbnailer().maximumSizeForDiskPersistence();
-  if (position == kBVImagePositionNone &&
-      (size.width <= limit.width || size.height <= limit.height)) {
+  const CGSize limit = BVThumbnailer::sharedThumbnailer().maximumSizeForDiskPersistence();
+  if (position == kBVImagePositionNone && (size.width <= limit.width || size.height <= limit.height)) {
     return cachedRoute();
   }
   CIImageRef full = CIImage::imageWithContentsOfFile(*path);
-  return full ? placedImage(full, pixels, scalingMode, position, size)
-              : nullptr;
+  return full ? placedImage(full, pixels, scalingMode, position, size) : nullptr;
 }
 
-CIImageRef BVFilter::placedImage(const CIImageRef &image, CGSize imageSize,
-                                 int scalingMode, BVImagePosition position,
+CIImageRef BVFilter::placedImage(const CIImageRef& image, CGSize imageSize, int scalingMode, BVImagePosition position,
                                  CGSize target) {
-  if (imageSize.width == target.width && imageSize.height == target.height)
-    return image;
+  if (imageSize.width == target.width && imageSize.height == target.height) return image;
   CGRect rect;
   switch (scalingMode) {
-  case BVImageScalingModeStretch:
-  case BVImageScalingModeCustom:
-    rect = CGRectMake(0, 0, target.width, target.height);
-    break;
-  case BVImageScalingModeFill:
-    rect = BVGetRectToFillSizeInSize(imageSize, target);
-    break;
-  case BVImageScalingModeFit:
-    rect = BVGetRectToFitSizeInSize(imageSize, target);
-    break;
-  default:
-    throw std::logic_error("unknown scaling mode");
+    case BVImageScalingModeStretch:
+    case BVImageScalingModeCustom: rect = CGRectMake(0, 0, target.width, target.height); break;
+    case BVImageScalingModeFill: rect = BVGetRectToFillSizeInSize(imageSize, target); break;
+    case BVImageScalingModeFit: rect = BVGetRectToFitSizeInSize(imageSize, target); break;
+    default: throw std::logic_error("unknown scaling mode");
   }
-  if (position & kBVImagePositionTop)
-    rect.origin.y = target.height - rect.size.height;
-  if (position & kBVImagePositionLeft)
-    rect.origin.x = 0;
-  if (position & kBVImagePositionBottom)
-    rect.origin.y = 0;
-  if (position & kBVImagePositionRight)
-    rect.origin.x = target.width - rect.size.width;
-  CGAffineTransform t = CGAffineTransformMakeScale(
-      rect.size.width / imageSize.width, rect.size.height / imageSize.height);
+  if (position & kBVImagePositionTop) rect.origin.y = target.height - rect.size.height;
+  if (position & kBVImagePositionLeft) rect.origin.x = 0;
+  if (position & kBVImagePositionBottom) rect.origin.y = 0;
+  if (position & kBVImagePositionRight) rect.origin.x = target.width - rect.size.width;
+  CGAffineTransform t =
+      CGAffineTransformMakeScale(rect.size.width / imageSize.width, rect.size.height / imageSize.height);
   t.tx = rect.origin.x;
   t.ty = rect.origin.y;
   return image->imageByApplyingTransform(t);
 }
 
-} // namespace brenvia
+}  // namespace brenvia

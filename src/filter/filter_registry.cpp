@@ -14,12 +14,12 @@ struct TypeTable {
   std::map<std::string, BVFilterClass, std::less<>> classes;
 };
 
-TypeTable &typeTable() {
+TypeTable& typeTable() {
   static TypeTable table;
   return table;
 }
 
-} // namespace
+}  // namespace
 
 void BVFilterStartUp() {
   static BVOnce once;
@@ -27,28 +27,26 @@ void BVFilterStartUp() {
 }
 
 void BVRegisterFilterClass(BVFilterClass filterClass) {
-  TypeTable &table = typeTable();
+  TypeTable& table = typeTable();
   std::lock_guard lock(table.mutex);
-  table.classes.insert_or_assign(std::string(filterClass.type),
-                                 std::move(filterClass));
+  table.classes.insert_or_assign(std::string(filterClass.type), std::move(filterClass));
 }
 
-const BVFilterClass *BVFilterClassForType(std::string_view type) {
+const BVFilterClass* BVFilterClassForType(std::string_view type) {
   BVFilterStartUp();
-  TypeTable &table = typeTable();
+  TypeTable& table = typeTable();
   std::lock_guard lock(table.mutex);
   auto it = table.classes.find(type);
   return it == table.classes.end() ? nullptr : &it->second;
 }
 
-std::vector<const BVFilterClass *> BVFilterClasses() {
+std::vector<const BVFilterClass*> BVFilterClasses() {
   BVFilterStartUp();
-  TypeTable &table = typeTable();
+  TypeTable& table = typeTable();
   std::lock_guard lock(table.mutex);
-  std::vector<const BVFilterClass *> all;
-  for (const auto &[type, filterClass] : table.classes)
-    all.push_back(&filterClass);
+  std::vector<const BVFilterClass*> all;
+  for (const auto& [type, filterClass] : table.classes) all.push_back(&filterClass);
   return all;
 }
 
-} // namespace brenvia
+}  // namespace brenvia

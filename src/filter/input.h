@@ -16,14 +16,11 @@ namespace brenvia {
 // Names of the inputs a run can hand to particular filters.
 using BVInputKey = std::string;
 inline constexpr std::string_view BVInputImageGrainZoom = "imageGrainZoom";
-inline constexpr std::string_view BVInputTintypeEyeIntensity =
-    "tintypeEyeIntensity";
-inline constexpr std::string_view BVInputTintypePreferredMask =
-    "tintypePreferredMask";
+inline constexpr std::string_view BVInputTintypeEyeIntensity = "tintypeEyeIntensity";
+inline constexpr std::string_view BVInputTintypePreferredMask = "tintypePreferredMask";
 inline constexpr std::string_view BVInputLocationName = "locationName";
 inline constexpr std::string_view BVInputDate = "date";
-inline constexpr std::string_view BVInputDisparityMaskFocus =
-    "disparityMaskFocus";
+inline constexpr std::string_view BVInputDisparityMaskFocus = "disparityMaskFocus";
 
 // Keys for user texts of text overlays; published for callers only.
 inline constexpr std::string_view kBVUserInfoKeyTitle = "_TITLE";
@@ -44,11 +41,10 @@ class BVRandomization;
 
 // The user inputs of one processing run.
 class BVInput {
-public:
+ public:
   BVInput() = default;
   static std::shared_ptr<BVInput> initWithSlider(double slider);
-  static std::shared_ptr<BVInput>
-  initWithRandomization(std::shared_ptr<BVRandomization> randomization);
+  static std::shared_ptr<BVInput> initWithRandomization(std::shared_ptr<BVRandomization> randomization);
 
   // `slider` as a number; nothing when there is none.
   std::optional<double> sliderNumber() const { return slider; }
@@ -56,18 +52,14 @@ public:
   // Reads the number as a 32-bit float; nothing leaves the field unchanged.
   void setBlurSliderNumber(std::optional<double> number);
 
-  // The value under key, or nothing when there is no `otherInput` or no such
-  // key.
+  // The value under key, or nothing when there is no `otherInput` or no such key.
   std::optional<BVInputValue> otherInputValueForKey(std::string_view key) const;
-  // Replaces `otherInput` by the entries of a dictionary whose values are
-  // numbers or strings; other values are logged and left out.
-  void setOtherInputFromDictionary(const Value &dictionary);
+  // Replaces `otherInput` by the entries of a dictionary whose values are numbers or strings;
+  // other values are logged and left out.
+  void setOtherInputFromDictionary(const Value& dictionary);
 
-  // A new input with all fields of this one; the randomization is shared, not
-  // copied.
-  std::shared_ptr<BVInput> copy() const {
-    return std::make_shared<BVInput>(*this);
-  }
+  // A new input with all fields of this one; the randomization is shared, not copied.
+  std::shared_ptr<BVInput> copy() const { return std::make_shared<BVInput>(*this); }
 
   std::optional<double> slider;
   std::optional<double> blurSlider;
@@ -80,4 +72,4 @@ public:
   std::optional<std::map<BVInputKey, BVInputValue, std::less<>>> otherInput;
 };
 
-} // namespace brenvia
+}  // namespace brenvia

@@ -15,7 +15,7 @@ class CIContext;
 
 // What a filter sees of the processor that runs it.
 class BVProcessing {
-public:
+ public:
   virtual ~BVProcessing() = default;
   // The drawing context of the run.
   virtual std::shared_ptr<CIContext> context() const = 0;
@@ -27,14 +27,10 @@ public:
   virtual CGRect processingRect() const = 0;
   virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
   // The object under which the run's random numbers are drawn, or null.
-  virtual std::shared_ptr<const void> randomizationContext() const {
-    return nullptr;
-  }
-  // For a live preview, the least number of seconds between two random draws of
-  // a filter's values; none for processors that render single pictures.
-  virtual std::optional<double> randomizationFrequency() const {
-    return std::nullopt;
-  }
+  virtual std::shared_ptr<const void> randomizationContext() const { return nullptr; }
+  // For a live preview, the least number of seconds between two random draws of a filter's values;
+  // none for processors that render single pictures.
+  virtual std::optional<double> randomizationFrequency() const { return std::nullopt; }
 };
 
-} // namespace brenvia
+}  // namespace brenvia

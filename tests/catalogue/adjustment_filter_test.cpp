@@ -11,23 +11,20 @@ namespace {
 
 std::shared_ptr<BVAdjustmentFilter> adjustment(Value parameters) {
   parameters["type"] = "adjustment";
-  return std::dynamic_pointer_cast<BVAdjustmentFilter>(
-      BVFilter::filterWithParameters(parameters));
+  return std::dynamic_pointer_cast<BVAdjustmentFilter>(BVFilter::filterWithParameters(parameters));
 }
 
-std::vector<std::string> namesOf(const CIFilterArray &chain) {
+std::vector<std::string> namesOf(const CIFilterArray& chain) {
   std::vector<std::string> names;
-  for (const auto &op : chain)
-    names.push_back(op->name());
+  for (const auto& op : chain) names.push_back(op->name());
   return names;
 }
 
 using Names = std::vector<std::string>;
 
-double numberOf(const std::shared_ptr<CIFilter> &op, std::string_view key) {
-  const CIValue value =
-      op->valueForKey(key); // kept alive: get() points into it
-  const double *number = value.get<double>();
+double numberOf(const std::shared_ptr<CIFilter>& op, std::string_view key) {
+  const CIValue value = op->valueForKey(key);  // kept alive: get() points into it
+  const double* number = value.get<double>();
   return number ? *number : std::nan("");
 }
 
@@ -35,34 +32,27 @@ TEST(AdjustmentFilter, DefaultsGiveAnEmptyChain) {
   auto filter = adjustment(Value::object());
   ASSERT_TRUE(filter);
   EXPECT_TRUE(filter->CIFiltersForSize({100, 100}).empty());
-  EXPECT_TRUE(
-      BVFilter::filter<BVAdjustmentFilter>()->CIFiltersForSize({1, 1}).empty());
+  EXPECT_TRUE(BVFilter::filter<BVAdjustmentFilter>()->CIFiltersForSize({1, 1}).empty());
 }
 
 TEST(AdjustmentFilter, SaturationGoesToVibranceOrToColourControls) {
-  auto vibranceAndContrast = adjustment(
-      {{"saturation", 0.5}, {"useVibrance", true}, {"contrast", 1.2}});
+  auto vibranceAndContrast = adjustment({{"saturation", 0.5}, {"useVibrance", true}, {"contrast", 1.2}});
   CIFilterArray chain = vibranceAndContrast->CIFiltersForSize({100, 100});
   ASSERT_EQ(namesOf(chain), (Names{"CIVibrance", "CIColorControls"}));
   EXPECT_EQ(numberOf(chain[0], "inputAmount"), 0.5);
   auto untouched = CIFilter::filterWithName("CIColorControls");
   EXPECT_EQ(numberOf(chain[1], "inputContrast"), double(1.2f));
-  EXPECT_EQ(chain[1]->valueForKey("inputSaturation"),
-            untouched->valueForKey("inputSaturation"));
-  EXPECT_EQ(chain[1]->valueForKey("inputBrightness"),
-            untouched->valueForKey("inputBrightness"));
+  EXPECT_EQ(chain[1]->valueForKey("inputSaturation"), untouched->valueForKey("inputSaturation"));
+  EXPECT_EQ(chain[1]->valueForKey("inputBrightness"), untouched->valueForKey("inputBrightness"));
 
-  EXPECT_EQ(namesOf(adjustment({{"saturation", 0.5}, {"useVibrance", true}})
-                        ->CIFiltersForSize({1, 1})),
+  EXPECT_EQ(namesOf(adjustment({{"saturation", 0.5}, {"useVibrance", true}})->CIFiltersForSize({1, 1})),
             Names{"CIVibrance"});
 
-  chain = adjustment({{"saturation", 0.5}, {"brightness", -0.25}})
-              ->CIFiltersForSize({1, 1});
+  chain = adjustment({{"saturation", 0.5}, {"brightness", -0.25}})->CIFiltersForSize({1, 1});
   ASSERT_EQ(namesOf(chain), Names{"CIColorControls"});
   EXPECT_EQ(numberOf(chain[0], "inputSaturation"), 0.5);
   EXPECT_EQ(numberOf(chain[0], "inputBrightness"), -0.25);
-  EXPECT_EQ(chain[0]->valueForKey("inputContrast"),
-            untouched->valueForKey("inputContrast"));
+  EXPECT_EQ(chain[0]->valueForKey("inputContrast"), untouched->valueForKey("inputContrast"));
 }
 
 TEST(AdjustmentFilter, EveryStepInItsOrderWithItsInputs) {
@@ -75,41 +65,35 @@ TEST(AdjustmentFilter, EveryStepInItsOrderWithItsInputs) {
                             {"thresholdMin", 0.25},
                             {"thresholdMax", 0.5}});
   CIFilterArray chain = filter->CIFiltersForSize({100, 100});
-  ASSERT_EQ(namesOf(chain),
-            (Names{"CIColorControls", "CIHueAdjust", "CIGammaAdjust",
-                   "CIExposureAdjust", "CIHighlightShadowAdjust",
-                   "CITemperatureAndTint", "BVThresholdCIFilter"}));
+  ASSERT_EQ(namesOf(chain), (Names{"CIColorControls", "CIHueAdjust", "CIGammaAdjust", "CIExposureAdjust",
+                                   "CIHighlightShadowAdjust", "CITemperatureAndTint", "BVThresholdCIFilter"}));
   EXPECT_EQ(numberOf(chain[0], "inputSaturation"), 0.0);
   EXPECT_EQ(numberOf(chain[1], "inputAngle"), 0.5);
   EXPECT_EQ(numberOf(chain[2], "inputPower"), 1.5);
   EXPECT_EQ(numberOf(chain[3], "inputEV"), -1.0);
   EXPECT_EQ(numberOf(chain[4], "inputHighlightAmount"), 0.5);
   EXPECT_EQ(numberOf(chain[4], "inputShadowAmount"), 0.0);
-  EXPECT_EQ(chain[5]->valueForKey("inputNeutral"),
-            CIValue(CIVector({5000, 0})));
+  EXPECT_EQ(chain[5]->valueForKey("inputNeutral"), CIValue(CIVector({5000, 0})));
   EXPECT_EQ(numberOf(chain[6], "inputEdge0"), 0.25);
   EXPECT_EQ(numberOf(chain[6], "inputEdge1"), 0.5);
-  for (const auto &op : chain)
-    EXPECT_TRUE(op->valueForKey("inputImage").isNull()) << op->name();
+  for (const auto& op : chain) EXPECT_TRUE(op->valueForKey("inputImage").isNull()) << op->name();
 }
 
 TEST(AdjustmentFilter, WrongTypedValuesArePassedOver) {
   test::LogCapture log;
-  auto filters =
-      BVFilter::filtersWithArray(Value::array({{{"type", "adjustment"},
-                                                {"exposure", "bright"},
-                                                {"contrast", {1.2}},
-                                                {"saturation", nullptr},
-                                                {"enabled", "yes"},
-                                                {"brightness", 0.1}},
-                                               42,
-                                               {{"type", 5}}}));
+  auto filters = BVFilter::filtersWithArray(Value::array({{{"type", "adjustment"},
+                                                           {"exposure", "bright"},
+                                                           {"contrast", {1.2}},
+                                                           {"saturation", nullptr},
+                                                           {"enabled", "yes"},
+                                                           {"brightness", 0.1}},
+                                                          42,
+                                                          {{"type", 5}}}));
   ASSERT_EQ(filters.size(), 1u);
   EXPECT_TRUE(filters[0]->isEnabled());
-  EXPECT_EQ(namesOf(filters[0]->CIFiltersForSize({10, 10})),
-            (Names{"CIColorControls"}));
-  // One line for each unusable value (a null counts as missing), one for the
-  // entry that is no dictionary and one for the unknown type.
+  EXPECT_EQ(namesOf(filters[0]->CIFiltersForSize({10, 10})), (Names{"CIColorControls"}));
+  // One line for each unusable value (a null counts as missing), one for the entry that is no dictionary and one for
+  // the unknown type.
   EXPECT_EQ(log.lines.size(), 5u);
 }
 
@@ -126,27 +110,21 @@ TEST(AdjustmentFilter, DefaultsAreComparedExactly) {
 
   auto tint = adjustment({{"tint", 10}})->CIFiltersForSize({1, 1});
   ASSERT_EQ(namesOf(tint), Names{"CITemperatureAndTint"});
-  EXPECT_EQ(tint[0]->valueForKey("inputNeutral"),
-            CIValue(CIVector({6500, 10})));
+  EXPECT_EQ(tint[0]->valueForKey("inputNeutral"), CIValue(CIVector({6500, 10})));
 
-  auto thresholdMin =
-      adjustment({{"thresholdMin", 0.1}})->CIFiltersForSize({1, 1});
+  auto thresholdMin = adjustment({{"thresholdMin", 0.1}})->CIFiltersForSize({1, 1});
   ASSERT_EQ(namesOf(thresholdMin), Names{"BVThresholdCIFilter"});
   EXPECT_EQ(numberOf(thresholdMin[0], "inputEdge1"), 1.0);
 
   // Saturation at 1 with vibrance asked for is no step at all.
-  EXPECT_TRUE(adjustment({{"saturation", 1}, {"useVibrance", true}})
-                  ->CIFiltersForSize({1, 1})
-                  .empty());
+  EXPECT_TRUE(adjustment({{"saturation", 1}, {"useVibrance", true}})->CIFiltersForSize({1, 1}).empty());
 }
 
 TEST(AdjustmentFilter, LaterParametersKeepEarlierValuesExceptVibrance) {
-  auto filter =
-      adjustment({{"saturation", 0.5}, {"useVibrance", true}, {"gamma", 1}});
+  auto filter = adjustment({{"saturation", 0.5}, {"useVibrance", true}, {"gamma", 1}});
   filter->setParameters({{"exposure", 1}});
   EXPECT_FALSE(filter->settings().useVibrance);
-  EXPECT_EQ(namesOf(filter->CIFiltersForSize({1, 1})),
-            (Names{"CIColorControls", "CIGammaAdjust", "CIExposureAdjust"}));
+  EXPECT_EQ(namesOf(filter->CIFiltersForSize({1, 1})), (Names{"CIColorControls", "CIGammaAdjust", "CIExposureAdjust"}));
 }
 
 TEST(AdjustmentFilter, BitmapContextPathOnlyLogs) {
@@ -155,8 +133,8 @@ TEST(AdjustmentFilter, BitmapContextPathOnlyLogs) {
   EXPECT_EQ(log.lines.size(), 1u);
 }
 
-CIImageRef applyChain(CIImageRef image, const CIFilterArray &chain) {
-  for (const auto &op : chain) {
+CIImageRef applyChain(CIImageRef image, const CIFilterArray& chain) {
+  for (const auto& op : chain) {
     op->setValue(image, "inputImage");
     image = op->outputImage();
   }
@@ -164,36 +142,26 @@ CIImageRef applyChain(CIImageRef image, const CIFilterArray &chain) {
 }
 
 TEST(AdjustmentFilter, ChainChangesThePictureAsTheValuesSay) {
-  auto source =
-      CIImage::imageWithCGImage(test::solidBitmap(2, 2, {50, 100, 20, 255}));
+  auto source = CIImage::imageWithCGImage(test::solidBitmap(2, 2, {50, 100, 20, 255}));
   const CGRect rect = CGRectMake(0, 0, 2, 2);
   auto plain = test::renderFloat(source, rect);
 
-  auto brighter = test::renderFloat(
-      applyChain(source,
-                 adjustment({{"exposure", 1}})->CIFiltersForSize({2, 2})),
-      rect);
-  for (int c = 0; c < 3; ++c)
-    EXPECT_FLOAT_EQ(brighter[size_t(c)], 2 * plain[size_t(c)]);
+  auto brighter = test::renderFloat(applyChain(source, adjustment({{"exposure", 1}})->CIFiltersForSize({2, 2})), rect);
+  for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(brighter[size_t(c)], 2 * plain[size_t(c)]);
   EXPECT_FLOAT_EQ(brighter[3], 1.0f);
 
   auto grey = test::renderFloat(
-      applyChain(source, adjustment({{"saturation", 0}, {"exposure", -1}})
-                             ->CIFiltersForSize({2, 2})),
-      rect);
+      applyChain(source, adjustment({{"saturation", 0}, {"exposure", -1}})->CIFiltersForSize({2, 2})), rect);
   EXPECT_NEAR(grey[0], grey[1], 1e-5);
   EXPECT_NEAR(grey[1], grey[2], 1e-5);
   EXPECT_LT(grey[0], plain[1]);
 
   // Edges at the picture's own luma split it into black below and white above.
   auto thresholded = test::renderFloat(
-      applyChain(source,
-                 adjustment({{"thresholdMin", 0.9}, {"thresholdMax", 0.95}})
-                     ->CIFiltersForSize({2, 2})),
-      rect);
+      applyChain(source, adjustment({{"thresholdMin", 0.9}, {"thresholdMax", 0.95}})->CIFiltersForSize({2, 2})), rect);
   EXPECT_EQ(thresholded[0], 0.0f);
   EXPECT_EQ(thresholded[3], 1.0f);
 }
 
-} // namespace
-} // namespace brenvia
+}  // namespace
+}  // namespace brenvia

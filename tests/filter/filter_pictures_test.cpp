@@ -15,28 +15,22 @@ namespace brenvia {
 namespace {
 
 class FilterPictures : public ::testing::Test {
-protected:
+ protected:
   // An empty file is enough for the lookups, which never open the files.
-  void touch(const std::string &name) {
-    std::ofstream(folder.path(name)) << "";
-  }
-  void picture(const std::string &name, size_t w, size_t h) {
+  void touch(const std::string& name) { std::ofstream(folder.path(name)) << ""; }
+  void picture(const std::string& name, size_t w, size_t h) {
     std::vector<uint8_t> png;
     imageio::encodePNG(*test::solidBitmap(w, h, {200, 100, 50, 255}), {}, png);
     imageio::writeFileAtomically(folder.path(name), png);
   }
-  std::shared_ptr<BVFilter>
-  filter(std::optional<std::string> prefix = std::nullopt) {
+  std::shared_ptr<BVFilter> filter(std::optional<std::string> prefix = std::nullopt) {
     auto made = std::make_shared<BVFilter>();
     made->initWithParameters(Value::object(), folder.path(""), prefix);
     return made;
   }
-  std::optional<std::string> found(const BVFilter &f, const std::string &name,
-                                   CGSize size, int mode = 0) {
+  std::optional<std::string> found(const BVFilter& f, const std::string& name, CGSize size, int mode = 0) {
     auto path = f.pathForImageNamed(name, size, mode);
-    return path
-               ? std::optional(std::filesystem::path(*path).filename().string())
-               : std::nullopt;
+    return path ? std::optional(std::filesystem::path(*path).filename().string()) : std::nullopt;
   }
   test::TempFolder folder;
 };
@@ -57,59 +51,44 @@ TEST_F(FilterPictures, FileNamesAreTriedInOrder) {
 }
 
 TEST_F(FilterPictures, CustomModePicksTheNearestRatioWhenNearerThanSquare) {
-  for (const char *name :
-       {"frame.jpg", "frame-1.5.jpg", "frame-0.75.png", "frame-1.45-x.jpg",
-        "frames-1.4.jpg", "other-1.4.jpg"})
+  for (const char* name :
+       {"frame.jpg", "frame-1.5.jpg", "frame-0.75.png", "frame-1.45-x.jpg", "frames-1.4.jpg", "other-1.4.jpg"})
     touch(name);
   auto f = filter();
-  EXPECT_EQ(found(*f, "frame", {140, 100}, BVImageScalingModeCustom),
-            "frame-1.5.jpg");
-  EXPECT_EQ(found(*f, "frame", {75, 100}, BVImageScalingModeCustom),
-            "frame-0.75.png");
+  EXPECT_EQ(found(*f, "frame", {140, 100}, BVImageScalingModeCustom), "frame-1.5.jpg");
+  EXPECT_EQ(found(*f, "frame", {75, 100}, BVImageScalingModeCustom), "frame-0.75.png");
   EXPECT_EQ(found(*f, "frame", {100, 100}, BVImageScalingModeCustom),
-            "frame.jpg"); // the default ratio
-  EXPECT_EQ(found(*f, "frame", {140, 100}, BVImageScalingModeFill),
-            "frame.jpg");
+            "frame.jpg");  // the default ratio
+  EXPECT_EQ(found(*f, "frame", {140, 100}, BVImageScalingModeFill), "frame.jpg");
   touch("wide-1.0.jpg");
   touch("wide-3.5.jpg");
   EXPECT_EQ(f->pathForCustomAspectRatioImageNamed("wide", 2.0),
-            std::nullopt); // neither beats a square
+            std::nullopt);  // neither beats a square
 }
 
 TEST_F(FilterPictures, PlacementScalesAndMovesToTheNamedEdges) {
-  auto image = CIImage::imageWithColor(CIColor(1, 0, 0))
-                   ->imageByCroppingToRect(CGRectMake(0, 0, 40, 20));
-  EXPECT_EQ(BVFilter::placedImage(image, {40, 20}, BVImageScalingModeFit,
-                                  kBVImagePositionTop, {40, 20}),
-            image);
+  auto image = CIImage::imageWithColor(CIColor(1, 0, 0))->imageByCroppingToRect(CGRectMake(0, 0, 40, 20));
+  EXPECT_EQ(BVFilter::placedImage(image, {40, 20}, BVImageScalingModeFit, kBVImagePositionTop, {40, 20}), image);
   struct Case {
     int mode;
     BVImagePosition position;
     CGRect extent;
   };
   const Case cases[] = {
-      {BVImageScalingModeStretch, kBVImagePositionNone,
-       CGRectMake(0, 0, 100, 100)},
+      {BVImageScalingModeStretch, kBVImagePositionNone, CGRectMake(0, 0, 100, 100)},
       {BVImageScalingModeFit, kBVImagePositionNone, CGRectMake(0, 25, 100, 50)},
       {BVImageScalingModeFit, kBVImagePositionTop, CGRectMake(0, 50, 100, 50)},
-      {BVImageScalingModeFit, kBVImagePositionTop | kBVImagePositionBottom,
-       CGRectMake(0, 0, 100, 50)},
-      {BVImageScalingModeFill, kBVImagePositionRight,
-       CGRectMake(-100, 0, 200, 100)},
-      {BVImageScalingModeFill, kBVImagePositionLeft | kBVImagePositionRight,
-       CGRectMake(-100, 0, 200, 100)},
-      {BVImageScalingModeFill, kBVImagePositionLeft,
-       CGRectMake(0, 0, 200, 100)},
+      {BVImageScalingModeFit, kBVImagePositionTop | kBVImagePositionBottom, CGRectMake(0, 0, 100, 50)},
+      {BVImageScalingModeFill, kBVImagePositionRight, CGRectMake(-100, 0, 200, 100)},
+      {BVImageScalingModeFill, kBVImagePositionLeft | kBVImagePositionRight, CGRectMake(-100, 0, 200, 100)},
+      {BVImageScalingModeFill, kBVImagePositionLeft, CGRectMake(0, 0, 200, 100)},
   };
-  for (const Case &c : cases) {
-    CGRect extent =
-        BVFilter::placedImage(image, {40, 20}, c.mode, c.position, {100, 100})
-            ->extent();
+  for (const Case& c : cases) {
+    CGRect extent = BVFilter::placedImage(image, {40, 20}, c.mode, c.position, {100, 100})->extent();
     EXPECT_TRUE(CGRectEqualToRect(extent, c.extent))
         << c.mode << " " << c.position << ": " << NSStringFromCGRect(extent);
   }
-  EXPECT_THROW(BVFilter::placedImage(image, {40, 20}, 7, 0, {100, 100}),
-               std::logic_error);
+  EXPECT_THROW(BVFilter::placedImage(image, {40, 20}, 7, 0, {100, 100}), std::logic_error);
 }
 
 TEST_F(FilterPictures, PicturesComeThroughTheThumbnailerOrTheFile) {
@@ -120,21 +99,18 @@ TEST_F(FilterPictures, PicturesComeThroughTheThumbnailerOrTheFile) {
   EXPECT_EQ(small->CGImage()->width(), 32u);
   f->clearProcessingCacheForImageNamed("paper");
   // Large and positioned: the file itself, placed.
-  CIImageRef placed = f->CIImageNamed(
-      "paper", {640, 640}, BVImageScalingModeFit, kBVImagePositionBottom);
+  CIImageRef placed = f->CIImageNamed("paper", {640, 640}, BVImageScalingModeFit, kBVImagePositionBottom);
   ASSERT_TRUE(placed);
   EXPECT_TRUE(CGRectEqualToRect(placed->extent(), CGRectMake(0, 0, 640, 320)));
-  CIImageRef cached = f->CIImageNamed(
-      "paper", {64, 64}, BVImageScalingModeStretch, kBVImagePositionNone);
+  CIImageRef cached = f->CIImageNamed("paper", {64, 64}, BVImageScalingModeStretch, kBVImagePositionNone);
   ASSERT_TRUE(cached);
   EXPECT_TRUE(CGRectEqualToRect(cached->extent(), CGRectMake(0, 0, 64, 64)));
   test::LogCapture log;
   EXPECT_FALSE(f->imageNamed("absent", {8, 8}));
   EXPECT_FALSE(f->CIImageNamed("absent", {8, 8}, 0, 0));
-  EXPECT_EQ(log.lines, (std::vector<std::string>{
-                           "[Brenvia] Failed to find image for `absent`",
-                           "[BVFilter] Unable to find image named `absent`"}));
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"[Brenvia] Failed to find image for `absent`",
+                                                 "[BVFilter] Unable to find image named `absent`"}));
 }
 
-} // namespace
-} // namespace brenvia
+}  // namespace
+}  // namespace brenvia

@@ -14,32 +14,28 @@ namespace {
 
 // A processor as a filter sees it, with only an input.
 class InputOnlyProcessing : public BVProcessing {
-public:
-  explicit InputOnlyProcessing(std::shared_ptr<BVInput> input)
-      : input_(std::move(input)) {}
+ public:
+  explicit InputOnlyProcessing(std::shared_ptr<BVInput> input) : input_(std::move(input)) {}
   std::shared_ptr<CIContext> context() const override { return nullptr; }
   std::shared_ptr<BVInput> input() const override { return input_; }
   Value output() const override { return Value(); }
   CGRect processingRect() const override { return CGRectZero; }
   std::vector<std::shared_ptr<BVFilter>> filters() const override { return {}; }
 
-private:
+ private:
   std::shared_ptr<BVInput> input_;
 };
 
-std::shared_ptr<BVProcessing>
-processingWithDisabledTags(std::vector<std::string> tags) {
+std::shared_ptr<BVProcessing> processingWithDisabledTags(std::vector<std::string> tags) {
   auto input = std::make_shared<BVInput>();
   input->disableTags = std::move(tags);
   return std::make_shared<InputOnlyProcessing>(input);
 }
 
-// Records what the filter knew while its parameters were being read, and counts
-// prepareToApply.
+// Records what the filter knew while its parameters were being read, and counts prepareToApply.
 class ProbeFilter : public BVFilter {
-public:
-  void readParameters(const Value &parameters,
-                      const BVParameterReader &reader) override {
+ public:
+  void readParameters(const Value& parameters, const BVParameterReader& reader) override {
     BVFilter::readParameters(parameters, reader);
     pathDuringSetParameters = imageSearchPath();
     tagsDuringSetParameters = tags();
@@ -63,45 +59,32 @@ TEST(FilterFactory, BuildsKnownTypesAndLogsTheOthers) {
                                {{"type", "nonsense"}},
                                {{"enabled", true}},
                                {{"type", "adjustment"}, {"gamma", 1}}});
-  BVFilterArray filters = BVFilter::filtersWithArray(
-      recipe, std::string("/pictures"), std::string("fx"));
+  BVFilterArray filters = BVFilter::filtersWithArray(recipe, std::string("/pictures"), std::string("fx"));
   ASSERT_EQ(filters.size(), 2u);
   auto first = std::dynamic_pointer_cast<BVAdjustmentFilter>(filters[0]);
   ASSERT_TRUE(first);
   EXPECT_EQ(first->settings().exposure, 1.0);
   EXPECT_EQ(first->imageSearchPath(), "/pictures");
   EXPECT_EQ(first->imagePrefix(), "fx");
-  EXPECT_EQ(std::dynamic_pointer_cast<BVAdjustmentFilter>(filters[1])
-                ->settings()
-                .gamma,
-            1.0);
-  EXPECT_EQ(
-      log.lines,
-      (std::vector<std::string>{
-          "[BVFilter] Unable to initialize filter subclass for `nonsense`",
-          "[BVFilter] Unable to initialize filter subclass for `(null)`"}));
+  EXPECT_EQ(std::dynamic_pointer_cast<BVAdjustmentFilter>(filters[1])->settings().gamma, 1.0);
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"[BVFilter] Unable to initialize filter subclass for `nonsense`",
+                                                 "[BVFilter] Unable to initialize filter subclass for `(null)`"}));
 
   log.lines.clear();
   EXPECT_EQ(BVFilter::filterWithParameters({{"type", "colour"}}), nullptr);
-  EXPECT_EQ(
-      log.lines,
-      (std::vector<std::string>{
-          "[BVFilter] Unable to initialize filter subclass for `colour`"}));
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"[BVFilter] Unable to initialize filter subclass for `colour`"}));
   EXPECT_TRUE(BVFilter::filtersWithArray(Value("adjustment")).empty());
 }
 
-TEST(FilterConstruction,
-     PathPrefixAndGroupTagsArriveAfterTheFirstSetParameters) {
+TEST(FilterConstruction, PathPrefixAndGroupTagsArriveAfterTheFirstSetParameters) {
   auto filter = std::make_shared<ProbeFilter>();
-  filter->initWithParameters({{"tags", {"grain"}}}, std::string("/pictures"),
-                             std::string("p"), Tags{"group"});
+  filter->initWithParameters({{"tags", {"grain"}}}, std::string("/pictures"), std::string("p"), Tags{"group"});
   EXPECT_FALSE(filter->pathDuringSetParameters);
   EXPECT_EQ(filter->tagsDuringSetParameters, Tags{"grain"});
   EXPECT_EQ(filter->imageSearchPath(), "/pictures");
   EXPECT_EQ(filter->tags(), (Tags{"group", "grain"}));
 
-  // Later recipe tags are stored behind the group tags; an empty list keeps
-  // what was there.
+  // Later recipe tags are stored behind the group tags; an empty list keeps what was there.
   filter->setParameters({{"tags", {"frame"}}});
   EXPECT_EQ(filter->tags(), (Tags{"group", "group", "frame"}));
   filter->setParameters({{"tags", Value::array()}});
@@ -112,10 +95,8 @@ TEST(FilterConstruction,
 
 TEST(FilterParameters, EveryFieldIsDerivedAgainFromEachDictionary) {
   auto filter = BVFilter::filter();
-  filter->setParameters({{"enabled", false},
-                         {"opaque", true},
-                         {"filterFrequency", 0.1},
-                         {"optionalDuringLivePreview", true}});
+  filter->setParameters(
+      {{"enabled", false}, {"opaque", true}, {"filterFrequency", 0.1}, {"optionalDuringLivePreview", true}});
   EXPECT_FALSE(filter->isEnabled());
   EXPECT_TRUE(filter->isOpaque());
   EXPECT_EQ(filter->filterFrequency(), double(0.1f));
@@ -130,16 +111,12 @@ TEST(FilterParameters, EveryFieldIsDerivedAgainFromEachDictionary) {
 }
 
 TEST(FilterEnabling, DisabledTagsOfTheRunningProcessorTurnFiltersOff) {
-  auto off = BVFilter::filterWithParameters(
-      {{"type", "adjustment"}, {"enabled", false}});
+  auto off = BVFilter::filterWithParameters({{"type", "adjustment"}, {"enabled", false}});
   EXPECT_FALSE(off->isEnabled());
 
-  auto filter = BVFilter::filterWithParameters(
-      {{"type", "adjustment"}, {"tags", {"grain"}}}, std::nullopt, std::nullopt,
-      Tags{"texture"});
-  for (auto [tags, enabled] : {std::pair{Tags{"grain"}, false},
-                               {Tags{"texture"}, false},
-                               {Tags{"frame"}, true}}) {
+  auto filter = BVFilter::filterWithParameters({{"type", "adjustment"}, {"tags", {"grain"}}}, std::nullopt,
+                                               std::nullopt, Tags{"texture"});
+  for (auto [tags, enabled] : {std::pair{Tags{"grain"}, false}, {Tags{"texture"}, false}, {Tags{"frame"}, true}}) {
     auto running = processingWithDisabledTags(tags);
     filter->setProcessor(running);
     EXPECT_EQ(filter->isEnabled(), enabled) << tags[0];
@@ -149,8 +126,7 @@ TEST(FilterEnabling, DisabledTagsOfTheRunningProcessorTurnFiltersOff) {
   EXPECT_FALSE(off->isEnabled());
   auto grainOff = processingWithDisabledTags({"grain"});
 
-  // The processor is held weakly: once it is gone the filter answers without
-  // it.
+  // The processor is held weakly: once it is gone the filter answers without it.
   filter->setProcessor(grainOff);
   grainOff.reset();
   EXPECT_EQ(filter->processor(), nullptr);
@@ -177,17 +153,17 @@ TEST(FilterApplying, FrequencyDecidesAndTheBaseMakesNoOperations) {
   try {
     probe->applyToCGContext(nullptr);
     FAIL() << "no exception";
-  } catch (const BVFilterNotSupportedException &e) {
+  } catch (const BVFilterNotSupportedException& e) {
     EXPECT_EQ(e.name(), "BVFilterNotSupportedException");
     EXPECT_EQ(e.reason(), "This filter does not support Core Graphics.");
   }
 }
 
 TEST(FilterArrays, ClassOperationsVisitEveryFilter) {
-  BVFilterArray filters = BVFilter::filtersWithArray(Value::array(
-      {{{"type", "adjustment"}, {"exposure", 1}},
-       {{"type", "adjustment"}},
-       {{"type", "adjustment"}, {"gamma", 2}, {"enabled", false}}}));
+  BVFilterArray filters =
+      BVFilter::filtersWithArray(Value::array({{{"type", "adjustment"}, {"exposure", 1}},
+                                               {{"type", "adjustment"}},
+                                               {{"type", "adjustment"}, {"gamma", 2}, {"enabled", false}}}));
   CIFilterArray operations = BVFilter::CIFiltersForBVFilters(filters, {10, 10});
   ASSERT_EQ(operations.size(), 2u);
   EXPECT_EQ(operations[0]->name(), "CIExposureAdjust");
@@ -202,8 +178,7 @@ TEST(FilterArrays, ClassOperationsVisitEveryFilter) {
 }
 
 TEST(FilterGeometry, AbsoluteCentreScalesByTheCentre) {
-  CGPoint p = BVFilter::absoluteCenterPointInRect(CGRectMake(10, 20, 100, 50),
-                                                  {0.5, -1});
+  CGPoint p = BVFilter::absoluteCenterPointInRect(CGRectMake(10, 20, 100, 50), {0.5, -1});
   EXPECT_EQ(p.x, 90.0);
   EXPECT_EQ(p.y, 0.0);
 }
@@ -215,22 +190,18 @@ TEST(FilterTransitions, TimingAndValuesComeFromTheParameters) {
                          {"transitionKeyPath", "radius"},
                          {"transitionMinimumValue", 3},
                          {"transitionMaximumValue", 9}});
-  EXPECT_EQ(filter->transitionTimingMiddle(),
-            (double(0.2f) + double(0.6f)) * 0.5);
+  EXPECT_EQ(filter->transitionTimingMiddle(), (double(0.2f) + double(0.6f)) * 0.5);
   EXPECT_EQ(filter->transitionKeyPath(), "radius");
 
-  filter->setParameters({{"transitionTimingMiddle", 0.3},
-                         {"transitionStaticValue", 4},
-                         {"transitionMinimumValue", 3}});
+  filter->setParameters({{"transitionTimingMiddle", 0.3}, {"transitionStaticValue", 4}, {"transitionMinimumValue", 3}});
   EXPECT_EQ(filter->transitionTimingMiddle(), double(0.3f));
   EXPECT_EQ(filter->transitionMinimumValue(), 4.0);
   EXPECT_EQ(filter->transitionMaximumValue(), 4.0);
 }
 
 TEST(FilterCopying, CopyKeepsRecipeAndEnabledStateButNotTheProcessor) {
-  auto source = BVFilter::filterWithParameters(
-      {{"type", "adjustment"}, {"tags", {"grain"}}, {"exposure", 0.5}},
-      std::string("/pictures"), std::string("p"), Tags{"group"});
+  auto source = BVFilter::filterWithParameters({{"type", "adjustment"}, {"tags", {"grain"}}, {"exposure", 0.5}},
+                                               std::string("/pictures"), std::string("p"), Tags{"group"});
   auto running = processingWithDisabledTags({"grain"});
   source->setProcessor(running);
 
@@ -238,8 +209,7 @@ TEST(FilterCopying, CopyKeepsRecipeAndEnabledStateButNotTheProcessor) {
   auto adjustment = std::dynamic_pointer_cast<BVAdjustmentFilter>(copy);
   ASSERT_TRUE(adjustment);
   EXPECT_EQ(copy->processor(), nullptr);
-  EXPECT_FALSE(
-      copy->isEnabled()); // copied while the processor disabled its tag
+  EXPECT_FALSE(copy->isEnabled());  // copied while the processor disabled its tag
   EXPECT_EQ(copy->parameters(), source->parameters());
   EXPECT_EQ(copy->imageSearchPath(), "/pictures");
   EXPECT_EQ(copy->tags(), (Tags{"group", "grain", "grain"}));
@@ -250,25 +220,22 @@ TEST(FilterCopying, CopyKeepsRecipeAndEnabledStateButNotTheProcessor) {
 
 TEST(FilterCoding, KeyedArchiveRoundTripRebuildsTheFilter) {
   BVFilter::registerCodingClasses();
-  auto source = BVFilter::filterWithParameters(
-      {{"type", "adjustment"}, {"saturation", 0.25}, {"tags", {"frame"}}},
-      std::string("/pictures"), std::string("p"), Tags{"group"});
+  auto source = BVFilter::filterWithParameters({{"type", "adjustment"}, {"saturation", 0.25}, {"tags", {"frame"}}},
+                                               std::string("/pictures"), std::string("p"), Tags{"group"});
   std::vector<uint8_t> data = BVKeyedArchiver::archivedData(*source);
-  auto decoded = BVKeyedUnarchiver::unarchivedObjectOfClass<BVAdjustmentFilter>(
-      data.data(), data.size());
+  auto decoded = BVKeyedUnarchiver::unarchivedObjectOfClass<BVAdjustmentFilter>(data.data(), data.size());
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->parameters(), source->parameters());
   EXPECT_EQ(decoded->imageSearchPath(), "/pictures");
   EXPECT_EQ(decoded->settings().saturation, 0.25);
-  EXPECT_EQ(decoded->tags(), Tags{"frame"}); // group tags are not stored
+  EXPECT_EQ(decoded->tags(), Tags{"frame"});  // group tags are not stored
 
   data = BVKeyedArchiver::archivedData(*BVFilter::filter());
-  auto plain = BVKeyedUnarchiver::unarchivedObjectOfClass<BVFilter>(
-      data.data(), data.size());
+  auto plain = BVKeyedUnarchiver::unarchivedObjectOfClass<BVFilter>(data.data(), data.size());
   ASSERT_TRUE(plain);
   EXPECT_EQ(plain->className(), "BVFilter");
   EXPECT_FALSE(plain->imageSearchPath() || plain->imagePrefix());
 }
 
-} // namespace
-} // namespace brenvia
+}  // namespace
+}  // namespace brenvia

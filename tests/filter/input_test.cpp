@@ -32,18 +32,14 @@ TEST(BVInputRecord, OtherInputTakesOnlyInputValues) {
   input.setOtherInputFromDictionary({{"imageGrainZoom", 2}, {"stale", "x"}});
 
   test::LogCapture log;
-  input.setOtherInputFromDictionary(
-      {{"locationName", "Quay"}, {"imageGrainZoom", 1.5}, {"faces", {1, 2}}});
-  EXPECT_EQ(log.lines, std::vector<std::string>{
-                           "[BVInput] Cannot set `faces` to [1,2]; value does "
-                           "not conform to `BVInputValue`!"});
-  EXPECT_EQ(input.otherInputValueForKey(BVInputLocationName),
-            BVInputValue(std::string("Quay")));
-  EXPECT_EQ(input.otherInputValueForKey(BVInputImageGrainZoom),
-            BVInputValue(1.5));
+  input.setOtherInputFromDictionary({{"locationName", "Quay"}, {"imageGrainZoom", 1.5}, {"faces", {1, 2}}});
+  EXPECT_EQ(log.lines, std::vector<std::string>{"[BVInput] Cannot set `faces` to [1,2]; value does "
+                                                "not conform to `BVInputValue`!"});
+  EXPECT_EQ(input.otherInputValueForKey(BVInputLocationName), BVInputValue(std::string("Quay")));
+  EXPECT_EQ(input.otherInputValueForKey(BVInputImageGrainZoom), BVInputValue(1.5));
   EXPECT_FALSE(input.otherInputValueForKey("stale"));
   EXPECT_FALSE(input.otherInputValueForKey("faces"));
 }
 
-} // namespace
-} // namespace brenvia
+}  // namespace
+}  // namespace brenvia

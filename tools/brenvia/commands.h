@@ -8,6 +8,7 @@ namespace brenvia::cli {
 
 // Each command registers itself on the application and records its exit status when it runs.
 void addOpsCommand(CLI::App& app);
+void addFiltersCommand(CLI::App& app);
 void addRenderCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addCurveCommand(CLI::App& app);

@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   brenvia::cli::addInfoCommand(app);
   brenvia::cli::addCurveCommand(app);
   brenvia::cli::addOpsCommand(app);
+  brenvia::cli::addFiltersCommand(app);
   brenvia::cli::addThumbnailCommand(app);
   try {
     app.parse(argc, argv);

@@ -53,8 +53,7 @@ struct CIFilterRegistry {
       if (it == entries.end()) return nullptr;
       entry = it->second;
     }
-    std::shared_ptr<CIFilter> filter =
-        entry.construct ? entry.construct() : std::shared_ptr<CIFilter>(new CIFilter());
+    std::shared_ptr<CIFilter> filter = entry.construct ? entry.construct() : std::shared_ptr<CIFilter>(new CIFilter());
     if (!filter) return nullptr;
     filter->name_ = std::string(name);
     filter->attributes_ = entry.attributes;
@@ -90,7 +89,8 @@ std::shared_ptr<CIFilter> CIFilter::filterWithName(std::string_view name, const 
 
 void CIFilter::registerOperation(std::string name, CIFilterClassAttributes attributes, Builder build) {
   CIFilterRegistry::instance().add(
-      std::move(name), {std::make_shared<const CIFilterClassAttributes>(std::move(attributes)), std::move(build), nullptr});
+      std::move(name),
+      {std::make_shared<const CIFilterClassAttributes>(std::move(attributes)), std::move(build), nullptr});
 }
 
 void CIFilter::registerFilterName(std::string name, Constructor constructor, CIFilterClassAttributes attributes) {

@@ -41,9 +41,9 @@ struct CIInputSpec {
 
 class CIFilter;
 
-// What an operation does in a chain, for the steps that connect a filter's operations: lay an
-// image over a background, fade an image before it is laid over, or cut an image by a mask.
-// Operations in the composite category are compositing unless they say otherwise.
+// What an operation does in a chain, for the steps that connect a filter's operations: lay an image over a background,
+// fade an image before it is laid over, or cut an image by a mask. Operations in the composite category are compositing
+// unless they say otherwise.
 enum class CIOperationRole { Other, Compositing, Opacity, Mask };
 
 // Everything an operation's attributes say about its class.
