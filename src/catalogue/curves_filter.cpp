@@ -139,7 +139,10 @@ std::optional<BVCurvesFilter::Cube> BVCurvesFilter::cubeFromTableFile(float stre
       if (!table) return {nullptr, 0};
       return {BVCubeLUTUnitCube(*table, strength), table->dimension};
     }
-    return {BVLUTTextCube(readText(path).value_or(""), strength, *lutFileName()), kCurvesCubeDimension};
+    // A table that cannot be read leaves the picture as it is, as a missing curves file does.
+    std::optional<std::string> text = readText(path);
+    if (!text) return {nullptr, 0};
+    return {BVLUTTextCube(*text, strength, *lutFileName()), kCurvesCubeDimension};
   };
   auto [data, dimension] =
       stamp ? sharedCubes().valueFor("table:" + std::to_string(strength) + ":" + *stamp, read) : read();

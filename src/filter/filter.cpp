@@ -95,6 +95,10 @@ BVFilterArray BVFilter::filtersWithArray(const Value& array, const std::optional
 BVFilterRef BVFilter::filterWithParameters(const Value& parameters, const std::optional<std::string>& imageSearchPath,
                                            const std::optional<std::string>& imagePrefix,
                                            const std::vector<std::string>& tagged) {
+  if (!parameters.is_object()) {
+    BVLog("[BVFilter] A recipe entry must be a dictionary, not " + parameters.dump());
+    return nullptr;
+  }
   const Value* type = BVMember(parameters, kBVFilterTypeKey);
   const BVFilterClass* filterClass =
       type && type->is_string() ? BVFilterClassForType(type->get<std::string>()) : nullptr;

@@ -170,6 +170,9 @@ TEST(BVCurvesFilter, WithoutAnySourceThePictureStays) {
   EXPECT_TRUE(filter->CIFiltersForSize({8, 8}).empty());
   ASSERT_EQ(log.lines.size(), 2u);
   EXPECT_EQ(log.lines[0].substr(0, 33), "[BVCubeLUT] Could not read `absen");
+  log.lines.clear();
+  EXPECT_TRUE(curvesFilter({{"lutFileName", "absent.txt"}})->CIFiltersForSize({8, 8}).empty());
+  EXPECT_EQ(log.lines.size(), 1u);  // not one line per missing cell
   auto picture = BVImage::initWithCGImage(test::solidBitmap(4, 4, {10, 20, 30, 255}));
   auto drawn = render(curvesFilter(Value::object()), picture, true);
   EXPECT_EQ(test::rgbAt(*drawn->CGImage(), 1, 1), (std::array<int, 3>{10, 20, 30}));
