@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <charconv>
 #include <cstdio>
 #include <limits>
 #include <numbers>
@@ -45,10 +46,21 @@ std::string contextText(const BVRandomizationContext& context, const std::string
 std::string contextKey(const BVRandomizationContext& context) { return contextText(context, addressText(nullptr)); }
 
 // The stored number for key, drawn and stored first when there is none. The caller holds the queue.
+// A stored number at or above the bound (from a damaged store) is drawn again, so that a draw always
+// indexes within what it was made for.
 uint32_t drawThrough(BVRandomizationValues& store, const std::string& key, uint32_t upperBound) {
   auto [it, added] = store.try_emplace(key, 0);
-  if (added) it->second = RandomInt32Uniform(upperBound);
+  if (added || (upperBound > 0 && it->second >= upperBound)) it->second = RandomInt32Uniform(upperBound);
   return it->second;
+}
+
+// Whether a stored number fits the bound its key names ("<bound>-<context>", the bound as a signed
+// 32-bit number).
+bool fitsItsKey(const std::string& key, uint32_t number) {
+  int32_t bound = 0;
+  auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), bound);
+  if (error != std::errc() || end == key.data() + key.size() || *end != '-') return false;
+  return uint32_t(bound) == 0 || number < uint32_t(bound);
 }
 
 // A whole number from 0 to 2^32 - 1, as draws are.
@@ -167,7 +179,7 @@ void BVRandomization::initWithCoder(BVKeyedUnarchiver& coder) {
   BVRandomizationValues values;
   if (store.is_object()) {
     for (const auto& [key, number] : store.items()) {
-      if (auto stored = storedNumber(number)) values[key] = *stored;
+      if (auto stored = storedNumber(number); stored && fitsItsKey(key, *stored)) values[key] = *stored;
     }
   }
   setStoredRandomizationValues(std::move(values));

@@ -45,7 +45,8 @@ class BVRandomization : public BVCoding {
   BVRandomization& operator=(const BVRandomization&) = delete;
 
   bool isEmpty() const;
-  // The stored number for the draw key, drawn and stored first when there is none.
+  // The stored number for the draw key, drawn and stored first when there is none (or when the stored
+  // one is not below the bound).
   uint32_t randomInt32Uniform(uint32_t upperBound, const BVRandomizationContext& context = {});
   BVRandomizationValues storedRandomizationValues() const;
   void setStoredRandomizationValues(BVRandomizationValues values);
@@ -61,7 +62,7 @@ class BVRandomization : public BVCoding {
   std::string className() const override { return "BVRandomization"; }
   void encodeWithCoder(BVKeyedArchiver& coder) const override;
   // A missing or wrongly typed store reads as an empty one; entries that are no 32-bit unsigned
-  // number are left out.
+  // number, or not below the bound their key names, are left out.
   void initWithCoder(BVKeyedUnarchiver& coder);
   // Makes the keyed unarchiver know this class.
   static void registerCodingClass();

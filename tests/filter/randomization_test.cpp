@@ -124,15 +124,25 @@ TEST(StoredRandomization, EqualityIsOneWayAndCodingKeepsOnlyDraws) {
     return BVKeyedUnarchiver::unarchivedObjectOfClass<BVRandomization>(bytes.data(), bytes.size());
   };
   EXPECT_EQ(decode(stored)->storedRandomizationValues(), stored.storedRandomizationValues());
-  // A stored number that is no draw is left out.
+  // A stored number that is no draw, or not below the bound its key names, is left out.
   struct Forged : BVCoding {
     std::string className() const override { return "BVRandomization"; }
     void encodeWithCoder(BVKeyedArchiver& coder) const override {
-      coder.encodeObject({{"5-general", 4}, {"negative", -1}, {"large", 1ll << 33}, {"text", "7"}},
+      coder.encodeObject({{"5-general", 4},
+                          {"5-A", 5},
+                          {"3-B", 4000000000ll},
+                          {"x-general", 1},
+                          {"negative", -1},
+                          {"large", 1ll << 33},
+                          {"text", "7"}},
                          "storedRandomizationValues");
     }
   };
   EXPECT_EQ(decode(Forged())->storedRandomizationValues(), (BVRandomizationValues{{"5-general", 4}}));
+  // A damaged store set in code is drawn again below the bound.
+  BVRandomization damaged;
+  damaged.setStoredRandomizationValues({{"7-general", 7}});
+  EXPECT_LT(damaged.randomInt32Uniform(7), 7u);
 }
 
 TEST(StoredRandomization, MirrorAndRotationDrawsShareTheirKey) {
