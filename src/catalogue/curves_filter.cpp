@@ -90,12 +90,14 @@ void BVCurvesFilter::readParameters(const Value& parameters, const BVParameterRe
   blueCurve_ = curveFrom(s.bluePoints, master);
 }
 
-std::string BVCurvesFilter::pathOf(const std::string& name) const {
+std::optional<std::string> BVCurvesFilter::pathOf(const std::string& name) const {
+  if (!isNameInsideAssets(name)) return std::nullopt;
   return imageSearchPath() ? (std::filesystem::path(*imageSearchPath()) / name).string() : name;
 }
 
 CACVObjectRef BVCurvesFilter::acvObject() {
-  if (!acvObject_ && acvFileName()) acvObject_ = CACVObject::initWithURL(pathOf(*acvFileName()));
+  std::optional<std::string> path = acvObject_ || !acvFileName() ? std::nullopt : pathOf(*acvFileName());
+  if (path) acvObject_ = CACVObject::initWithURL(*path);
   return acvObject_;
 }
 
@@ -131,7 +133,9 @@ std::optional<BVCurvesFilter::Cube> BVCurvesFilter::makeCube(float strength) {
 }
 
 std::optional<BVCurvesFilter::Cube> BVCurvesFilter::cubeFromTableFile(float strength) const {
-  const std::string path = pathOf(*lutFileName());
+  const std::optional<std::string> found = pathOf(*lutFileName());
+  if (!found) return std::nullopt;
+  const std::string& path = *found;
   const std::optional<std::string> stamp = fileStamp(path);
   auto read = [&]() -> std::pair<BVData, uint32_t> {
     if (isCubeFile(path)) {

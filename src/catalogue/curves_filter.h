@@ -60,7 +60,8 @@ class BVCurvesFilter : public BVFilterOf<BVCurvesFilter, BVBlendFilter, BVCurves
 
   CColorCurveRef channelCurve(const std::optional<BVCurve>& curve,
                               const CColorCurveRef& (CACVObject::*fromFile)() const);
-  std::string pathOf(const std::string& name) const;
+  // The file of a name in the asset folder; nothing for a name that leads out of it.
+  std::optional<std::string> pathOf(const std::string& name) const;
   std::optional<Cube> makeCube(float strength);
   std::optional<Cube> cubeFromTableFile(float strength) const;
 

@@ -253,6 +253,12 @@ class BVFilter : public BVCoding {
   // The file "<name>-<ratio>.<ext>" of the search path whose ratio is nearest to `ratio`, and nearer
   // than a square picture would be.
   std::optional<std::string> pathForCustomAspectRatioImageNamed(const std::string& prefixedName, double ratio) const;
+  // Whether file names in recipes may lead out of the asset and resource folders (absolute names,
+  // names that climb with ".."); off by default, for recipes from anywhere. Process-wide.
+  static bool allowsFilesOutsideAssets();
+  static void setAllowsFilesOutsideAssets(bool allowed);
+  // Whether a file name from the recipe stays inside the folder it is looked up in; logged when not.
+  bool isNameInsideAssets(const std::string& name) const;
   // "prefix_name" with a prefix, else the name.
   std::string prefixedImageName(const std::string& name) const;
   // The picture of `imageSize` scaled into the rectangle the mode gives on the target (stretch,

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 std::atomic<BVFilterAssetLocation> gAssetLocation{BVFilterAssetLocationFiles};
 std::atomic<double> gDefaultAspectRatio{1.0};
+std::atomic<bool> gAllowsFilesOutsideAssets{false};
 
 bool fileExists(const std::string& path) {
   std::error_code error;
@@ -82,11 +83,26 @@ void BVFilter::setDefaultAspectRatio(double ratio) {
   BVThumbnailer::sharedThumbnailer().setDefaultAspectRatio(ratio);
 }
 
+bool BVFilter::allowsFilesOutsideAssets() { return gAllowsFilesOutsideAssets; }
+
+void BVFilter::setAllowsFilesOutsideAssets(bool allowed) { gAllowsFilesOutsideAssets = allowed; }
+
+bool BVFilter::isNameInsideAssets(const std::string& name) const {
+  const fs::path path = fs::path(name).lexically_normal();
+  const bool inside = !name.empty() && path.is_relative() && *path.begin() != "..";
+  if (!inside && !allowsFilesOutsideAssets()) {
+    BVLog("[" + className() + "] `" + name + "` is not a file name inside the asset folder; it is passed over.");
+    return false;
+  }
+  return true;
+}
+
 std::string BVFilter::prefixedImageName(const std::string& name) const {
   return imagePrefix() ? *imagePrefix() + "_" + name : name;
 }
 
 std::optional<std::string> BVFilter::pathForImageNamed(const std::string& name, CGSize size, int scalingMode) const {
+  if (!isNameInsideAssets(name)) return std::nullopt;
   const std::string prefixed = prefixedImageName(name);
   std::vector<std::string> candidates;
   if (imageSearchPath()) {

@@ -35,6 +35,23 @@ class FilterPictures : public ::testing::Test {
   test::TempFolder folder;
 };
 
+TEST_F(FilterPictures, NamesThatLeadOutOfTheAssetFolderArePassedOver) {
+  touch("inner.png");
+  std::filesystem::create_directory(folder.path("assets"));
+  auto inside = std::make_shared<BVFilter>();
+  inside->initWithParameters(Value::object(), folder.path("assets"));
+  test::LogCapture log;
+  for (const std::string& name : std::vector<std::string>{"../inner", folder.path("inner"), "a/../../inner", ""}) {
+    EXPECT_EQ(inside->pathForImageNamed(name, {10, 10}, 0), std::nullopt) << name;
+  }
+  EXPECT_EQ(log.lines.size(), 4u);
+  BVFilter::setAllowsFilesOutsideAssets(true);
+  EXPECT_TRUE(inside->pathForImageNamed("../inner", {10, 10}, 0));
+  BVFilter::setAllowsFilesOutsideAssets(false);
+  touch("assets/deep.png");
+  EXPECT_TRUE(inside->pathForImageNamed("deep", {10, 10}, 0));
+}
+
 TEST_F(FilterPictures, FileNamesAreTriedInOrder) {
   touch("grain_640.jpg");
   EXPECT_EQ(found(*filter(), "grain", {640, 480}), "grain_640.jpg");
