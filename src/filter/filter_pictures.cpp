@@ -155,45 +155,63 @@ std::optional<std::string> BVFilter::pathForCustomAspectRatioImageNamed(const st
 
 namespace {
 
-// "BVFilter-prefix_name" with a prefix, else "BVFilter-<last folder of the search path>-name".
-std::string thumbnailKey(const BVFilter& filter, const std::string& name) {
+// "BVFilter-prefix_name" with a prefix, else "BVFilter-<last folder of the search path>-name": the
+// start of the keys of every thumbnail of the name.
+std::string nameKey(const BVFilter& filter, const std::string& name) {
   if (filter.imagePrefix()) return "BVFilter-" + filter.prefixedImageName(name);
   const std::string folder =
       filter.imageSearchPath() ? fs::path(*filter.imageSearchPath()).filename().string() : "(null)";
   return "BVFilter-" + folder + "-" + name;
 }
 
+// The name's key with a stamp of the file (full path, size, modification time) and the scaling, so
+// that a file of the same name in another folder, an edited file or another scaling never meets a
+// thumbnail made before.
+std::string thumbnailKey(const BVFilter& filter, const std::string& name, const std::string& path, int scalingMode) {
+  std::error_code error;
+  std::string identity = fs::absolute(path, error).string();
+  identity += '\n' + std::to_string(fs::file_size(path, error));
+  identity += '\n' + std::to_string(fs::last_write_time(path, error).time_since_epoch().count());
+  identity += '\n' + std::to_string(scalingMode);
+  uint64_t hash = 14695981039346656037ull;  // FNV-1a
+  for (unsigned char c : identity) hash = (hash ^ c) * 1099511628211ull;
+  char stamp[24];
+  std::snprintf(stamp, sizeof stamp, "~%016llx", static_cast<unsigned long long>(hash));
+  return nameKey(filter, name) + stamp;
+}
+
 }  // namespace
 
 std::shared_ptr<BVImage> BVFilter::imageNamed(const std::string& name, CGSize size, int scalingMode) const {
-  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
-  const std::string key = thumbnailKey(*this, name);
-  const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
-  if (auto cached = thumbnailer.imageForKey(key, size, 1.0, options)) return cached;
   std::optional<std::string> path = pathForImageNamed(name, size, scalingMode);
   if (!path) {
     BVLog("[Brenvia] Failed to find image for `" + name + "`");
     return nullptr;
   }
+  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
+  const std::string key = thumbnailKey(*this, name, *path, scalingMode);
+  const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
+  if (auto cached = thumbnailer.imageForKey(key, size, 1.0, options)) return cached;
   return thumbnailer.generateThumbnailWithImagePath(*path, key, size, 1.0, options);
 }
 
 void BVFilter::prepareToProcessImageNamed(const std::string& name, CGSize size, int scalingMode) const {
-  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
-  const std::string key = thumbnailKey(*this, name);
-  const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
   std::optional<std::string> path = pathForImageNamed(name, size, scalingMode);
-  if (path && !thumbnailer.thumbnailExistsForKey(key, size, 1.0, options)) {
+  if (!path) return;
+  BVThumbnailer& thumbnailer = BVThumbnailer::sharedThumbnailer();
+  const std::string key = thumbnailKey(*this, name, *path, scalingMode);
+  const BVThumbnailerOptions options = thumbnailOptions(scalingMode);
+  if (!thumbnailer.thumbnailExistsForKey(key, size, 1.0, options)) {
     thumbnailer.generateThumbnailWithImagePath(*path, key, size, 1.0, options);
   }
 }
 
 void BVFilter::clearProcessingCacheForImageNamed(const std::string& name) const {
-  BVThumbnailer::sharedThumbnailer().removeThumbnailsWithKey(thumbnailKey(*this, name));
+  BVThumbnailer::sharedThumbnailer().removeThumbnailsWithKey(nameKey(*this, name));
 }
 
 int64_t BVFilter::processingCachesByteSizeForImageNamed(const std::string& name) const {
-  return BVThumbnailer::sharedThumbnailer().totalCachedByteSizeForKey(thumbnailKey(*this, name));
+  return BVThumbnailer::sharedThumbnailer().totalCachedByteSizeForKey(nameKey(*this, name));
 }
 
 CIImageRef BVFilter::CIImageNamed(const std::string& name, CGSize size, int scalingMode,

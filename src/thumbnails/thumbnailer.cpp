@@ -377,7 +377,7 @@ int64_t BVThumbnailer::totalCachedByteSizeForKey(std::string_view key) const {
 void BVThumbnailer::removeThumbnailsWithKey(std::string_view key) {
   std::string expression = "^";
   expression += escapedPatternForString(key);
-  expression += R"(-[0-9]+x[0-9]+-[0-9]\.[0-9]{2}\.[a-zA-Z]{3,4}$)";
+  expression += R"((~[0-9a-f]+)?-[0-9]+x[0-9]+-[0-9]\.[0-9]{2}\.[a-zA-Z]{3,4}$)";
   const std::regex pattern(expression);
   for (const fs::path& entry : entriesOf(cachesPath_)) {
     std::string name = entry.filename().string();

@@ -100,7 +100,8 @@ class BVThumbnailer {
 
   // Bytes of the cache folder's files whose names start with `key` (so key "a" counts "ab-...").
   int64_t totalCachedByteSizeForKey(std::string_view key) const;
-  // Deletes the files of exactly this key, and their memory entries.
+  // Deletes the files of exactly this key (with or without a "~<hex>" stamp of the source file), and
+  // their memory entries.
   void removeThumbnailsWithKey(std::string_view key);
   // Empties memory and the cache folder; the folder stays.
   void removeAllThumbnails();

@@ -129,5 +129,32 @@ TEST_F(FilterPictures, PicturesComeThroughTheThumbnailerOrTheFile) {
                                                  "[BVFilter] Unable to find image named `absent`"}));
 }
 
+// Thumbnails kept on disk are told apart by the file they were made from and by the scaling.
+TEST_F(FilterPictures, CachedThumbnailsFollowTheFileAndTheScaling) {
+  auto framed = [&](const std::string& folderName, std::array<uint8_t, 4> colour, size_t width = 40) {
+    std::filesystem::create_directories(folder.path(folderName));
+    std::vector<uint8_t> png;
+    imageio::encodePNG(*test::solidBitmap(width, 20, colour), {}, png);
+    imageio::writeFileAtomically(folder.path(folderName + "/frame.png"), png);
+    auto made = std::make_shared<BVFilter>();
+    made->initWithParameters(Value::object(), folder.path(folderName));
+    return made;
+  };
+  auto colourOf = [](const BVFilter& f, int mode) {
+    auto image = f.imageNamed("frame", {32, 32}, mode);
+    return image ? test::rgbAt(*image->CGImage(), 16, 16)[0] : -1;
+  };
+  auto first = framed("one/frames", {200, 0, 0, 255});
+  auto second = framed("two/frames", {100, 0, 0, 255});
+  EXPECT_EQ(colourOf(*first, BVImageScalingModeFill), 200);
+  EXPECT_EQ(colourOf(*second, BVImageScalingModeFill), 100);
+  // A wide picture fitted leaves the middle row covered but the top row empty; filled it covers all.
+  EXPECT_EQ(test::pixelAt(first->imageNamed("frame", {32, 32}, BVImageScalingModeFit)->CGImage(), 16, 0)[3], 0);
+  EXPECT_EQ(test::pixelAt(first->imageNamed("frame", {32, 32}, BVImageScalingModeFill)->CGImage(), 16, 0)[3], 255);
+  // An edited file (another size, another time) is seen at once.
+  auto edited = framed("one/frames", {50, 0, 0, 255}, 41);
+  EXPECT_EQ(colourOf(*edited, BVImageScalingModeFill), 50);
+}
+
 }  // namespace
 }  // namespace brenvia
