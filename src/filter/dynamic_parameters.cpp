@@ -72,12 +72,14 @@ std::optional<Value> valueInRange(const Value& transformation, std::optional<dou
     refuse(transformation, "minimum and maximum must be numbers of a sensible size");
     return std::nullopt;
   }
-  const int64_t range = *hi - *lo;
   double steps;
   if (position) {
-    steps = float(*position) * float(range) + float(*lo);
+    // A slider may run from a higher value to a lower one.
+    steps = float(*position) * float(*hi - *lo) + float(*lo);
   } else {
-    steps = double(*lo) + double(BVRandomInt32Uniform(uint32_t(range + 1), randomization));
+    // A random range given the wrong way round is the same range.
+    const auto [low, high] = std::minmax(*lo, *hi);
+    steps = double(low) + double(BVRandomInt32Uniform(uint32_t(high - low + 1), randomization));
   }
   return Value(steps / kSteps);
 }

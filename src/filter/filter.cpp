@@ -59,6 +59,23 @@ Value transformedParameters(const Value& parameters, const Value& entries, std::
   return transformed;
 }
 
+// Recipe entries are a few levels deep; anything much deeper is hostile, and copying it would
+// recurse once per level.
+constexpr size_t kMaximumRecipeDepth = 64;
+
+// Whether a value holds containers nested deeper than `limit`, measured without recursion.
+bool nestedDeeperThan(const Value& value, size_t limit) {
+  std::vector<std::pair<const Value*, size_t>> pending{{&value, 0}};
+  while (!pending.empty()) {
+    const auto [current, depth] = pending.back();
+    pending.pop_back();
+    if (!current->is_structured()) continue;
+    if (depth >= limit) return true;
+    for (const Value& child : *current) pending.emplace_back(&child, depth + 1);
+  }
+  return false;
+}
+
 }  // namespace
 
 const BVParameterTable<BVFilter::Settings>& BVFilter::parameterTable() {
@@ -96,7 +113,12 @@ BVFilterRef BVFilter::filterWithParameters(const Value& parameters, const std::o
                                            const std::optional<std::string>& imagePrefix,
                                            const std::vector<std::string>& tagged) {
   if (!parameters.is_object()) {
-    BVLog("[BVFilter] A recipe entry must be a dictionary, not " + parameters.dump());
+    BVLog("[BVFilter] A recipe entry must be a dictionary, not " + std::string(parameters.type_name()));
+    return nullptr;
+  }
+  if (nestedDeeperThan(parameters, kMaximumRecipeDepth)) {
+    BVLog("[BVFilter] A recipe entry is nested more than " + std::to_string(kMaximumRecipeDepth) +
+          " levels deep; it is passed over.");
     return nullptr;
   }
   const Value* type = BVMember(parameters, kBVFilterTypeKey);

@@ -22,6 +22,7 @@ TEST(Transformation, SlidersScaleRangesAndDrawsPickSteps) {
   EXPECT_EQ(transformed(parameters, {{"keyPath", "alpha"}, {"minimum", 0}, {"maximum", 1}}, 0.5)["alpha"], 0.5);
   EXPECT_EQ(transformed(parameters, {{"keyPath", "alpha"}, {"minimum", 0.25}, {"maximum", 0.75}}, 1.0)["alpha"], 0.75);
   EXPECT_EQ(transformed(parameters, {{"keyPath", "added"}, {"maximum", 2}}, 0.5)["added"], 1.0);
+  EXPECT_EQ(transformed(parameters, {{"keyPath", "alpha"}, {"minimum", 1}, {"maximum", 0}}, 0.25)["alpha"], 0.75);
   EXPECT_EQ(parameters, Value({{"alpha", 1.0}}));
 
   BVRandomization randomization;
@@ -41,7 +42,12 @@ TEST(Transformation, SlidersScaleRangesAndDrawsPickSteps) {
   // Class-level draws are new each time, inside the range with both ends, in steps of 0.0001.
   std::set<double> seen;
   for (int i = 0; i < 20; ++i) {
-    double drawn = transformed(parameters, {{"keyPath", "x"}, {"minimum", -0.5}, {"maximum", 0.5}})["x"];
+    // A range given the wrong way round is the same range; a slider may run downwards.
+    const Value bounds =
+        i % 2 ? Value{{"minimum", -0.5}, {"maximum", 0.5}} : Value{{"minimum", 0.5}, {"maximum", -0.5}};
+    Value transformation = {{"keyPath", "x"}};
+    transformation.update(bounds);
+    double drawn = transformed(parameters, transformation)["x"];
     EXPECT_TRUE(drawn >= -0.5 && drawn <= 0.5 && std::abs(drawn * 1e4 - std::round(drawn * 1e4)) < 1e-6) << drawn;
     seen.insert(drawn);
   }

@@ -74,6 +74,13 @@ TEST(FilterFactory, BuildsKnownTypesAndLogsTheOthers) {
   EXPECT_EQ(BVFilter::filterWithParameters({{"type", "colour"}}), nullptr);
   EXPECT_EQ(log.lines, (std::vector<std::string>{"[BVFilter] Unable to initialize filter subclass for `colour`"}));
   EXPECT_TRUE(BVFilter::filtersWithArray(Value("adjustment")).empty());
+
+  // A hostile entry nested far too deep is passed over without copying it level by level.
+  Value deep = 1;
+  for (int i = 0; i < 100000; ++i) deep = Value::array({std::move(deep)});
+  log.lines.clear();
+  EXPECT_EQ(BVFilter::filterWithParameters({{"type", "adjustment"}, {"exposure", std::move(deep)}}), nullptr);
+  EXPECT_EQ(log.lines.size(), 1u);
 }
 
 TEST(FilterConstruction, PathPrefixAndGroupTagsArriveAfterTheFirstSetParameters) {
