@@ -31,16 +31,31 @@ CGAffineTransform orientationTransform(int orientation, double w, double h) {
 
 CIImage::CIImage(Kind kind, const CGRect& extent) : kind_(kind), extent_(extent), properties_(noProperties()) {}
 
+CIImage::~CIImage() {
+  thread_local std::vector<CIImageRef> released;
+  thread_local bool releasing = false;
+  for (CIImageRef& input : inputs_) released.push_back(std::move(input));
+  if (releasing) return;
+  releasing = true;
+  while (!released.empty()) {
+    CIImageRef last = std::move(released.back());
+    released.pop_back();
+  }
+  releasing = false;
+}
+
 const Value& CIImage::properties() const { return *properties_; }
 
 CIImageRef CIImage::imageWithCGImage(CGImageRef image) { return imageWithCGImage(std::move(image), Value::object()); }
 
 CIImageRef CIImage::imageWithCGImage(CGImageRef image, Value properties) {
   if (!image) return nullptr;
-  auto node = std::make_shared<CIImage>(Kind::Bitmap, CGRectMake(0, 0, double(image->width()), double(image->height())));
+  auto node =
+      std::make_shared<CIImage>(Kind::Bitmap, CGRectMake(0, 0, double(image->width()), double(image->height())));
   node->colorSpace_ = image->colorSpace();
   node->bitmap_ = std::move(image);
-  if (properties.is_object() && !properties.empty()) node->properties_ = std::make_shared<const Value>(std::move(properties));
+  if (properties.is_object() && !properties.empty())
+    node->properties_ = std::make_shared<const Value>(std::move(properties));
   return node;
 }
 

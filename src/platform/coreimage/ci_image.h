@@ -81,6 +81,9 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   const std::shared_ptr<const void>& kernel() const { return kernel_; }
 
   CIImage(Kind kind, const CGRect& extent);
+  // Takes a chain of images apart in a loop: releasing inputs one inside the other would use the
+  // stack once per image of the chain.
+  ~CIImage();
 
  private:
   CIImageRef self() const { return shared_from_this(); }

@@ -3,6 +3,7 @@
 #include "platform/coreimage/engine/output_writer.h"
 #include "platform/coreimage/engine/stage.h"
 #include "platform/coreimage/engine/vector_clones.h"
+#include "platform/foundation/log.h"
 
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <string>
 #include <unordered_map>
 
 namespace brenvia::ci {
@@ -58,10 +60,44 @@ std::optional<Matrix> matrixOf(const CIImage& image) {
   return std::static_pointer_cast<const PointKernel>(image.kernel())->premultipliedMatrix();
 }
 
-// The render plan: the image graph turned into stages, inputs first.
+// Stages read their inputs row by row through nested calls, so the depth of the graph is bounded to
+// what a worker's stack holds with room to spare; deeper graphs come only from hostile recipes.
+constexpr size_t kMaximumGraphDepth = 4096;
+
+// The number of images on the longest path from the image to a source, found without recursion.
+size_t graphDepth(const CIImage& root) {
+  std::unordered_map<const CIImage*, size_t> depths;
+  std::vector<std::pair<const CIImage*, bool>> pending{{&root, false}};
+  while (!pending.empty()) {
+    auto [image, inputsDone] = pending.back();
+    pending.pop_back();
+    if (depths.count(image)) continue;
+    if (!inputsDone) {
+      pending.emplace_back(image, true);
+      for (const auto& input : image->inputs()) {
+        if (!depths.count(input.get())) pending.emplace_back(input.get(), false);
+      }
+      continue;
+    }
+    size_t deepest = 0;
+    for (const auto& input : image->inputs()) deepest = std::max(deepest, depths[input.get()]);
+    depths[image] = deepest + 1;
+  }
+  return depths[&root];
+}
+
+// The render plan: the image graph turned into stages, inputs first. A graph deeper than the
+// bound gives no plan (no root), with a log line.
 class Plan {
  public:
-  Plan(const CIImageRef& image, const RenderEnv& env) : env_(env) { root = build(*image); }
+  Plan(const CIImageRef& image, const RenderEnv& env) : env_(env) {
+    if (const size_t depth = graphDepth(*image); depth > kMaximumGraphDepth) {
+      BVLog("[CIContext] The image is " + std::to_string(depth) + " operations deep, more than the " +
+            std::to_string(kMaximumGraphDepth) + " a render takes; nothing is rendered.");
+      return;
+    }
+    root = build(*image);
+  }
 
   std::vector<std::unique_ptr<Stage>> stages;
   Stage* root = nullptr;
@@ -195,6 +231,7 @@ bool render(const CIImageRef& image, const PixelRect& rect, const RenderTarget& 
   if (!image || !target.data) return false;
   if (rect.empty()) return true;
   Plan plan(image, env);
+  if (!plan.root) return false;
   const int tile = std::max(16, schedule.tileSize);
   const int64_t tilesX = (rect.w + tile - 1) / tile, tilesY = (rect.h + tile - 1) / tile;
   const OutputWriter writer(target, env);
@@ -218,6 +255,7 @@ bool renderBands(const CIImageRef& image, const PixelRect& rect, OutputFormat fo
   if (!image || bandRows <= 0) return false;
   if (rect.empty()) return true;
   Plan plan(image, env);
+  if (!plan.root) return false;
   const int tile = std::max(16, schedule.tileSize);
   const size_t pixelBytes = bytesPerPixel(format);
   const size_t rowBytes = (size_t(rect.w) * pixelBytes + 63) & ~size_t{63};
