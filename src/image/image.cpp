@@ -1,5 +1,6 @@
 #include "image/image.h"
 
+#include "image/canvas_adjustment.h"
 #include "platform/coreimage/ci_context.h"
 #include "platform/foundation/log.h"
 #include "platform/imageio/image_io.h"
@@ -30,27 +31,27 @@ struct OrientationRow {
 };
 
 constexpr std::array<OrientationRow, 8> kOrientationTable{{
-    {1, 0},     // up
-    {3, 180},   // down
-    {8, 90},    // left
-    {6, -90},   // right
-    {2, 0},     // up mirrored
-    {4, 180},   // down mirrored
-    {7, -90},   // left mirrored
-    {5, 90},    // right mirrored
+    {1, 0},    // up
+    {3, 180},  // down
+    {8, 90},   // left
+    {6, -90},  // right
+    {2, 0},    // up mirrored
+    {4, 180},  // down mirrored
+    {7, -90},  // left mirrored
+    {5, 90},   // right mirrored
 }};
 
 // Indexed by EXIF orientation; entry 0 is unused.
 constexpr std::array<BVImageOrientation, 9> kOrientationForEXIF{
     BVImageOrientationUp,
-    BVImageOrientationUp,               // 1
-    BVImageOrientationUpMirrored,       // 2
-    BVImageOrientationDown,             // 3
-    BVImageOrientationDownMirrored,     // 4
-    BVImageOrientationRightMirrored,    // 5
-    BVImageOrientationRight,            // 6
-    BVImageOrientationLeftMirrored,     // 7
-    BVImageOrientationLeft,             // 8
+    BVImageOrientationUp,             // 1
+    BVImageOrientationUpMirrored,     // 2
+    BVImageOrientationDown,           // 3
+    BVImageOrientationDownMirrored,   // 4
+    BVImageOrientationRightMirrored,  // 5
+    BVImageOrientationRight,          // 6
+    BVImageOrientationLeftMirrored,   // 7
+    BVImageOrientationLeft,           // 8
 };
 
 // Clockwise quarter turns step through this ring.
@@ -128,8 +129,10 @@ std::shared_ptr<BVImage> BVImage::initWithContentsOfFile(const std::string& path
   }
   result->_ciImage = ::brenvia::CIImage::imageWithContentsOfFile(path);
   if (result->_ciImage) {
-    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) = auxiliaryImages(
-        options, [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithContentsOfFile(path, which); });
+    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) =
+        auxiliaryImages(options, [&](::brenvia::CIImage::Auxiliary which) {
+          return ::brenvia::CIImage::auxiliaryImageWithContentsOfFile(path, which);
+        });
   }
   result->_setOrientationWithOptions(options);
   return result;
@@ -155,7 +158,8 @@ std::shared_ptr<BVImage> BVImage::initWithData(const std::vector<uint8_t>& data,
   result->_ciImage = ::brenvia::CIImage::imageWithData(data);
   if (result->_ciImage) {
     std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) = auxiliaryImages(
-        options, [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithData(data, which); });
+        options,
+        [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithData(data, which); });
   }
   result->_setOrientationWithOptions(options);
   return result;
@@ -216,10 +220,14 @@ CGSize BVImage::sizeWithOrientation() const {
 CGSize BVImage::sizeWithAdjustments() const {
   CGSize s = sizeWithOrientation();
   if (!_hasGeometryAdjustments()) return s;
+  const CGSize cropped = _canvasAdjustment ? _canvasAdjustment->crop().rect.size : CGSizeZero;
+  if (cropped.width != 0 || cropped.height != 0) s = cropped;
   return CGSize{s.width * _scaleAdjustment, s.height * _scaleAdjustment};
 }
 
-bool BVImage::_hasGeometryAdjustments() const { return _scaleAdjustment != 1.0; }
+bool BVImage::_hasGeometryAdjustments() const {
+  return _scaleAdjustment != 1.0 || (_canvasAdjustment && !_canvasAdjustment->isIdentity());
+}
 
 CGColorSpaceRef BVImage::colorSpace() const {
   if (_cgImage) return CGImageGetColorSpace(_cgImage);
@@ -263,11 +271,7 @@ CIImageRef BVImage::adjustedCIImage() const {
 }
 
 CIImageRef BVImage::_imageWithGeometryAdjustments(const CIImageRef& picture) const {
-  CIImageRef result = picture->imageByApplyingOrientation(EXIFOrientationForImageOrientation(_imageOrientation));
-  if (_scaleAdjustment != 1.0) {
-    result = result->imageByApplyingTransform(CGAffineTransformMakeScale(_scaleAdjustment, _scaleAdjustment));
-  }
-  return result;
+  return BVImageWithCanvasAdjustment(picture, _canvasAdjustment.get(), _scaleAdjustment, _imageOrientation);
 }
 
 std::shared_ptr<BVImage> BVImage::copy() const {
@@ -282,6 +286,7 @@ std::shared_ptr<BVImage> BVImage::copy() const {
   result->_scale = _scale;
   result->_imageOrientation = _imageOrientation;
   result->_scaleAdjustment = _scaleAdjustment;
+  result->_canvasAdjustment = _canvasAdjustment;
   result->_disparityImageStorage = _disparityImageStorage;
   result->_portraitMatteImageStorage = _portraitMatteImageStorage;
   return result;

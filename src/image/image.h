@@ -16,6 +16,7 @@
 
 namespace brenvia {
 
+class BVCanvasAdjustment;
 class UIImage;
 
 // Option keys and values of the initialisers that take an options dictionary.
@@ -89,7 +90,8 @@ class BVImage {
   // kBackingStorage...: bitmap first, then engine image.
   int backingStorage() const;
   // The picture that filters work on: the stored picture as it is when there are no geometry
-  // adjustments, else the picture with orientation and scale applied.
+  // adjustments, else the picture turned, cropped, corrected and scaled as the canvas adjustment and
+  // the scale adjustment say.
   CIImageRef adjustedCIImage() const;
   // A copy sharing the pixel source; null for an empty picture.
   std::shared_ptr<BVImage> copy() const;
@@ -111,12 +113,17 @@ class BVImage {
   void setScale(double scale) { _scale = scale; }
   double scaleAdjustment() const { return _scaleAdjustment; }
   void setScaleAdjustment(double scaleAdjustment) { _scaleAdjustment = scaleAdjustment; }
+  // The geometry asked of the picture (quarter turns, crop, planar correction), shared with copies.
+  const std::shared_ptr<BVCanvasAdjustment>& canvasAdjustment() const { return _canvasAdjustment; }
+  void setCanvasAdjustment(std::shared_ptr<BVCanvasAdjustment> adjustment) {
+    _canvasAdjustment = std::move(adjustment);
+  }
   const CIImageRef& disparityImageStorage() const { return _disparityImageStorage; }
   const CIImageRef& portraitMatteImageStorage() const { return _portraitMatteImageStorage; }
 
  private:
   bool _hasGeometryAdjustments() const;
-  // The geometry graph of the picture: orientation, then scale.
+  // The geometry graph of the picture: orientation, crop, planar correction, scale.
   CIImageRef _imageWithGeometryAdjustments(const CIImageRef& picture) const;
   void _setOrientationWithOptions(const Value& options);
 
@@ -127,6 +134,7 @@ class BVImage {
   mutable bool _square = false;
   CIImageRef _ciImage;
   double _scaleAdjustment = 1.0;
+  std::shared_ptr<BVCanvasAdjustment> _canvasAdjustment;
   CIImageRef _disparityImageStorage;
   CIImageRef _portraitMatteImageStorage;
 };

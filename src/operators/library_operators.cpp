@@ -2,6 +2,7 @@
 
 #include "operators/alpha_filter.h"
 #include "operators/chroma_key_filter.h"
+#include "operators/planar_adjustment_filter.h"
 #include "operators/special_blend_modes.h"
 #include "operators/threshold_filter.h"
 
@@ -12,6 +13,7 @@ void BVRegisterLibraryOperators() {
   BVRegisterThresholdCIFilter();
   BVRegisterChromaKeyCIFilter();
   BVRegisterSpecialBlendModes();
+  BVRegisterPlanarAdjustmentCIFilter();
 }
 
 }  // namespace brenvia

@@ -46,19 +46,22 @@ double straightenScale(double width, double height, double angle) {
 }  // namespace
 
 void registerStraightenFilter() {
-  CIFilter::registerOperation(
-      "CIStraightenFilter",
-      {"Straighten", builtinCategories({kCICategoryGeometryAdjustment}),
-       {imageInput(), numberInput("inputAngle", 0.0)}},
-      [](const CIFilter& f) -> CIImageRef {
-        CIImageRef input = f.image("inputImage");
-        if (!input) return nullptr;
-        const double angle = f.number("inputAngle");
-        const CGRect e = input->extent();
-        if (angle == 0 || !std::isfinite(angle) || CGRectIsEmpty(e)) return input;
-        double scale = straightenScale(e.size.width, e.size.height, angle);
-        return CIImage::makeWarp(std::make_shared<StraightenWarp>(e, angle, scale), input, e);
-      });
+  CIFilter::registerOperation("CIStraightenFilter",
+                              {"Straighten",
+                               builtinCategories({kCICategoryGeometryAdjustment}),
+                               {imageInput(), numberInput("inputAngle", 0.0)}},
+                              [](const CIFilter& f) -> CIImageRef {
+                                CIImageRef input = f.image("inputImage");
+                                if (!input) return nullptr;
+                                const double angle = f.number("inputAngle");
+                                const CGRect e = input->extent();
+                                if (angle == 0 || !std::isfinite(angle) || CGRectIsEmpty(e)) return input;
+                                double scale = straightenScale(e.size.width, e.size.height, angle);
+                                // The output's corners sample the input's very edge; reading its edge pixels beyond the
+                                // border keeps them opaque instead of half blended with the transparent outside.
+                                return CIImage::makeWarp(std::make_shared<StraightenWarp>(e, angle, scale),
+                                                         input->imageByClampingToExtent(), e);
+                              });
 }
 
 }  // namespace brenvia::ci
