@@ -38,8 +38,12 @@ class WarpKernel {
  public:
   virtual ~WarpKernel() = default;
   virtual std::string_view name() const = 0;
-  // Source points of the pixel centres (x + i + 0.5, y + 0.5), i < n. NaN marks a transparent pixel.
-  virtual void map(int64_t x, int64_t y, int n, float* sx, float* sy) const = 0;
+  // Source points of (x + i + at.x, y + at.y), i < n: `at` is a point inside the pixel, its centre
+  // (0.5, 0.5) unless the pixel is supersampled. NaN marks a transparent pixel.
+  virtual void map(int64_t x, int64_t y, int n, CGPoint at, float* sx, float* sy) const = 0;
+  // Samples per axis that each output pixel averages: more than one where the map shrinks the
+  // source, so that detail finer than an output pixel is averaged instead of aliased.
+  virtual int samplesPerAxis() const { return 1; }
   // The input rectangle the given output rectangle reads (before the one-pixel bilinear margin).
   virtual CGRect roi(const CGRect& out) const = 0;
 };

@@ -135,13 +135,49 @@ class WarpStage : public Stage {
     fillFromStage(input, buffer.view(), ts);
   }
   void row(Span& s, TileState& ts) const override {
-    alignas(64) float sx[kSpan], sy[kSpan];
-    kernel_->map(s.x, s.y, s.n, sx, sy);
-    sampleBilinear(ts.buffer(id, 0).view(), sx, sy, s);
+    const int k = kernel_->samplesPerAxis();
+    if (k == 1) {
+      sample(s, {0.5, 0.5}, ts);
+    } else {
+      supersample(s, k, ts);
+    }
     if (!spanInside(s, extent)) clipToExtent(s, extent);
   }
 
  private:
+  void sample(Span& s, CGPoint at, TileState& ts) const {
+    alignas(64) float sx[kSpan], sy[kSpan];
+    kernel_->map(s.x, s.y, s.n, at, sx, sy);
+    sampleBilinear(ts.buffer(id, 0).view(), sx, sy, s);
+  }
+
+  // The mean of k × k samples on a regular grid inside each pixel.
+  void supersample(Span& s, int k, TileState& ts) const {
+    Span& sub = ts.span(id, 1);
+    sub.x = s.x;
+    sub.y = s.y;
+    sub.n = s.n;
+    s.clear();
+    for (int j = 0; j < k; ++j) {
+      for (int i = 0; i < k; ++i) {
+        sample(sub, {(i + 0.5) / k, (j + 0.5) / k}, ts);
+        for (int p = 0; p < s.n; ++p) {
+          s.r[p] += sub.r[p];
+          s.g[p] += sub.g[p];
+          s.b[p] += sub.b[p];
+          s.a[p] += sub.a[p];
+        }
+      }
+    }
+    const float scale = 1.0f / float(k * k);
+    for (int p = 0; p < s.n; ++p) {
+      s.r[p] *= scale;
+      s.g[p] *= scale;
+      s.b[p] *= scale;
+      s.a[p] *= scale;
+    }
+  }
+
   std::shared_ptr<const WarpKernel> kernel_;
 };
 
@@ -150,10 +186,10 @@ class AffineWarp final : public WarpKernel {
  public:
   explicit AffineWarp(const CGAffineTransform& t) : t_(t), inv_(CGAffineTransformInvert(t)) {}
   std::string_view name() const override { return "CIAffineTransform"; }
-  void map(int64_t x, int64_t y, int n, float* sx, float* sy) const override {
-    double py = double(y) + 0.5;
+  void map(int64_t x, int64_t y, int n, CGPoint at, float* sx, float* sy) const override {
+    double py = double(y) + at.y;
     for (int i = 0; i < n; ++i) {
-      double px = double(x + i) + 0.5;
+      double px = double(x + i) + at.x;
       sx[i] = float(inv_.a * px + inv_.c * py + inv_.tx);
       sy[i] = float(inv_.b * px + inv_.d * py + inv_.ty);
     }
@@ -312,7 +348,8 @@ class ReducedAffineStage final : public Stage {
 
 class RegionStage final : public Stage {
  public:
-  RegionStage(std::shared_ptr<const RegionKernel> kernel, const RenderEnv& env) : kernel_(std::move(kernel)), env_(env) {}
+  RegionStage(std::shared_ptr<const RegionKernel> kernel, const RenderEnv& env)
+      : kernel_(std::move(kernel)), env_(env) {}
 
   PixelRect inputRoi(int i, const PixelRect& r) const override { return kernel_->roi(i, r); }
   bool needsPrepare() const override { return true; }

@@ -1,7 +1,9 @@
 #include "platform/coreimage/ops/op_support.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <initializer_list>
 #include <optional>
 
 namespace brenvia::ci {
@@ -69,20 +71,39 @@ std::optional<CGRect> mappedBounds(const Matrix3& m, const CGRect& r) {
   return bounds;
 }
 
+// How many source pixels one output pixel spans at output point (x, y), along its wider axis.
+double shrinkAt(const Matrix3& m, double x, double y) {
+  const double w = m[6] * x + m[7] * y + m[8];
+  if (!(w > 0)) return 1;
+  const double sx = (m[0] * x + m[1] * y + m[2]) / w, sy = (m[3] * x + m[4] * y + m[5]) / w;
+  const double dxdx = (m[0] - m[6] * sx) / w, dydx = (m[3] - m[6] * sy) / w;
+  const double dxdy = (m[1] - m[7] * sx) / w, dydy = (m[4] - m[7] * sy) / w;
+  return std::max(std::hypot(dxdx, dydx), std::hypot(dxdy, dydy));
+}
+
+// Supersampling enough for the strongest shrink at the picture's corners in the output (a
+// projective map shrinks most at a corner of a convex region), at most 4 × 4 samples.
+int samplesFor(const Matrix3& outputToSource, std::initializer_list<CGPoint> outputCorners) {
+  double shrink = 1;
+  for (CGPoint p : outputCorners) shrink = std::max(shrink, shrinkAt(outputToSource, p.x, p.y));
+  return std::isfinite(shrink) && shrink > 1.05 ? int(std::min(std::ceil(shrink), 4.0)) : 1;
+}
+
 // Output point -> source point through a projective map; points beyond its horizon are transparent.
 class ProjectiveWarp final : public WarpKernel {
  public:
   // `fallback` is read when a requested rectangle reaches the horizon.
   ProjectiveWarp(std::string_view name, const Matrix3& outputToSource, const CGRect& sourceExtent,
-                 const CGRect& fallback)
-      : name_(name), m_(outputToSource), source_(sourceExtent), fallback_(fallback) {}
+                 const CGRect& fallback, int samplesPerAxis)
+      : name_(name), m_(outputToSource), source_(sourceExtent), fallback_(fallback), samples_(samplesPerAxis) {}
   std::string_view name() const override { return name_; }
+  int samplesPerAxis() const override { return samples_; }
 
-  void map(int64_t x, int64_t y, int n, float* sx, float* sy) const override {
-    const double py = double(y) + 0.5;
+  void map(int64_t x, int64_t y, int n, CGPoint at, float* sx, float* sy) const override {
+    const double py = double(y) + at.y;
     const double bx = m_[1] * py + m_[2], by = m_[4] * py + m_[5], bw = m_[7] * py + m_[8];
     for (int i = 0; i < n; ++i) {
-      double px = double(x + i) + 0.5;
+      double px = double(x + i) + at.x;
       double w = m_[6] * px + bw;
       bool visible = w > 0;
       double k = visible ? 1.0 / w : 0.0;
@@ -99,6 +120,7 @@ class ProjectiveWarp final : public WarpKernel {
   std::string_view name_;
   Matrix3 m_;
   CGRect source_, fallback_;
+  int samples_;
 };
 
 CGPoint point(const CIFilter& f, std::string_view key) { return f.vector(key).CGPointValue(); }
@@ -132,7 +154,9 @@ void registerPerspectiveTransform() {
         CGRect extent = CGRectNull;
         for (CGPoint p : {tl, tr, br, bl}) extent = CGRectUnion(extent, CGRectMake(p.x, p.y, 0, 0));
         const Matrix3 m = multiply(squareToExtent, *toSquare);
-        return CIImage::makeWarp(std::make_shared<ProjectiveWarp>("CIPerspectiveTransform", m, e, e), input, extent);
+        auto warp =
+            std::make_shared<ProjectiveWarp>("CIPerspectiveTransform", m, e, e, samplesFor(m, {tl, tr, br, bl}));
+        return CIImage::makeWarp(std::move(warp), input, extent);
       });
 }
 
@@ -167,7 +191,8 @@ void registerPerspectiveCorrection() {
         CGRect quadBounds = CGRectNull;
         for (CGPoint p : {tl, tr, br, bl}) quadBounds = CGRectUnion(quadBounds, CGRectMake(p.x, p.y, 0, 0));
         CGRect fallback = CGRectIsInfinite(e) ? quadBounds : e;
-        auto warp = std::make_shared<ProjectiveWarp>("CIPerspectiveCorrection", m, e, fallback);
+        const int samples = samplesFor(m, {{ox, oy}, {ox + w, oy}, {ox, oy + h}, {ox + w, oy + h}});
+        auto warp = std::make_shared<ProjectiveWarp>("CIPerspectiveCorrection", m, e, fallback, samples);
         return CIImage::makeWarp(std::move(warp), input, extent);
       });
 }

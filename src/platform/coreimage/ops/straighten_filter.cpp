@@ -17,10 +17,10 @@ class StraightenWarp final : public WarpKernel {
         sin_(std::sin(angle) / scale) {}
   std::string_view name() const override { return "CIStraightenFilter"; }
 
-  void map(int64_t x, int64_t y, int n, float* sx, float* sy) const override {
-    const double dy = double(y) + 0.5 - cy_;
+  void map(int64_t x, int64_t y, int n, CGPoint at, float* sx, float* sy) const override {
+    const double dy = double(y) + at.y - cy_;
     for (int i = 0; i < n; ++i) {
-      double dx = double(x + i) + 0.5 - cx_;
+      double dx = double(x + i) + at.x - cx_;
       sx[i] = float(cx_ + cos_ * dx + sin_ * dy);
       sy[i] = float(cy_ - sin_ * dx + cos_ * dy);
     }

@@ -44,8 +44,8 @@ TEST(CIAffineTransform, WholePixelMovesAreExactAndOthersBlendTheBorder) {
     for (int x = 0; x < 20; ++x) ASSERT_EQ(a.at(x, y), b.at(x + 3, y - 2));
   // Half a pixel to the right: the first column is half covered.
   auto opaque = test::floatImage(4, 4, [](int, int) { return Pixel{1, 1, 1, 1}; });
-  auto half = test::render(opaque->imageByApplyingTransform(CGAffineTransformMakeTranslation(0.5, 0)),
-                           CGRectMake(0, 0, 5, 4));
+  auto half =
+      test::render(opaque->imageByApplyingTransform(CGAffineTransformMakeTranslation(0.5, 0)), CGRectMake(0, 0, 5, 4));
   EXPECT_FLOAT_EQ(half.at(0, 1)[3], 0.5f);
   EXPECT_FLOAT_EQ(half.at(2, 1)[3], 1.0f);
   EXPECT_FLOAT_EQ(half.at(4, 1)[3], 0.5f);
@@ -56,8 +56,9 @@ TEST(CIAffineTransform, WholePixelMovesAreExactAndOthersBlendTheBorder) {
 // Shrinking by more than 2x averages areas: a one-pixel checkerboard becomes flat grey instead of
 // aliasing, a ramp keeps its geometry, and tiling does not change a bit.
 TEST(CIAffineTransform, StrongReductionAveragesAreas) {
-  auto checker =
-      test::floatImage(96, 96, [](int x, int y) { return (x + y) % 2 ? Pixel{1, 1, 1, 1} : Pixel{0, 0, 0, 1}; });
+  auto checker = test::floatImage(96, 96, [](int x, int y) {
+    return (x + y) % 2 ? Pixel{1, 1, 1, 1} : Pixel{0, 0, 0, 1};
+  });
   for (double s : {0.3, 0.1}) {
     auto small = checker->imageByApplyingTransform(CGAffineTransformMakeScale(s, s));
     auto r = test::render(small, CGRectIntegral(small->extent()));
@@ -157,7 +158,8 @@ TEST(CIPerspectiveTransform, MovesTheCornersToThePoints) {
       noise->imageByApplyingFilter("CIPerspectiveTransform", cornerParameters({{{0, 0}, {40, 0}, {40, 30}, {0, 30}}}));
   EXPECT_TRUE(CGRectEqualToRect(same->extent(), noise->extent()));
   auto a = test::render(noise, noise->extent());
-  test::expectPixels(same, [&](int x, int y) { return a.at(x, y); }, 1e-4, "identity");
+  test::expectPixels(
+      same, [&](int x, int y) { return a.at(x, y); }, 1e-4, "identity");
 
   auto image = test::coordinateImage(100, 80);
   const std::array<CGPoint, 4> quad{{{20, 10}, {170, 30}, {150, 120}, {10, 90}}};
@@ -170,6 +172,32 @@ TEST(CIPerspectiveTransform, MovesTheCornersToThePoints) {
   expectReads(out, {{60, 50}, {120, 40}, {30, 80}}, from, "perspective");
 }
 
+TEST(CIPerspectiveTransform, ShrunkDetailIsAveragedNotAliased) {
+  // One-pixel stripes shrunk about threefold: the reference spreads 8 × 8 samples of every source
+  // pixel forward into the output pixel they land in, which is the mean of each pixel's footprint.
+  const int w = 240, h = 120;
+  auto stripes = test::floatImage(w, h, [](int x, int) { return Pixel{double(x % 2), double(x % 2), 0, 1}; });
+  const std::array<CGPoint, 4> quad{{{10, 10}, {90, 10}, {75, 50}, {25, 50}}};
+  auto out = stripes->imageByApplyingFilter("CIPerspectiveTransform", cornerParameters(quad));
+  const CGRect area = CGRectMake(30, 15, 40, 30);
+  std::vector<double> sum(40 * 30), weight(40 * 30);
+  for (int y = 0; y < 8 * h; ++y) {
+    for (int x = 0; x < 8 * w; ++x) {
+      CGPoint p = squareToQuad(quad, (x + 0.5) / (8.0 * w), (y + 0.5) / (8.0 * h));
+      int ox = int(std::floor(p.x)) - 30, oy = int(std::floor(p.y)) - 15;
+      if (ox < 0 || oy < 0 || ox >= 40 || oy >= 30) continue;
+      sum[size_t(oy * 40 + ox)] += (x / 8) % 2;
+      weight[size_t(oy * 40 + ox)] += 1;
+    }
+  }
+  auto rendered = test::render(out, area);
+  double error = 0;
+  for (int y = 0; y < 30; ++y)
+    for (int x = 0; x < 40; ++x)
+      error += std::abs(rendered.at(30 + x, 15 + y)[0] - sum[size_t(y * 40 + x)] / weight[size_t(y * 40 + x)]);
+  EXPECT_LT(error / (40 * 30), 0.05);
+}
+
 TEST(CIPerspectiveCorrection, MapsTheQuadrilateralToARectangle) {
   auto image = test::coordinateImage(200, 160);
   const std::array<CGPoint, 4> quad{{{30, 20}, {170, 35}, {150, 140}, {40, 120}}};
@@ -178,8 +206,9 @@ TEST(CIPerspectiveCorrection, MapsTheQuadrilateralToARectangle) {
   const double h = std::max(std::hypot(10.0, 100.0), std::hypot(20.0, 105.0));
   const CGRect expected = CGRectMake(30, 20, w, h);
   ASSERT_TRUE(CGRectEqualToRect(out->extent(), expected)) << NSStringFromCGRect(out->extent());
-  expectReads(out, {{40, 30}, {100, 70}, {160, 110}},
-              [&](CGPoint p) { return squareToQuad(quad, (p.x - 30) / w, (p.y - 20) / h); }, "corrected");
+  expectReads(
+      out, {{40, 30}, {100, 70}, {160, 110}},
+      [&](CGPoint p) { return squareToQuad(quad, (p.x - 30) / w, (p.y - 20) / h); }, "corrected");
   // Without the crop the whole input is warped: the extent bounds the images of its corners.
   auto params = cornerParameters(quad);
   params["inputCrop"] = false;
