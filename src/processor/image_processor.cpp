@@ -2,10 +2,12 @@
 
 #include "image/graphics_utilities.h"
 #include "platform/foundation/log.h"
+#include "platform/imageio/image_io.h"
 #include "processor/filter_chain.h"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace brenvia {
@@ -23,6 +25,66 @@ std::string formatNumber(const char* format, double value) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, format, value);
   return buffer;
+}
+
+bool hasSixteenBitSamples(CGPixelFormat format) {
+  return format == CGPixelFormat::Gray16 || format == CGPixelFormat::RGB16 || format == CGPixelFormat::RGBA16;
+}
+
+// The pixels the picture was made from: its bitmap, or the decoded bitmap under its engine image.
+CGImageRef sourceBitmap(const BVImage& image) {
+  if (image.backingStorage() == BVImage::kBackingStorageCoreGraphics) return image.CGImage();
+  CIImageRef engineImage = image.CIImage();
+  return engineImage ? engineImage->bitmap() : nullptr;
+}
+
+// The picture with its orientation applied to the pixels (and recorded as 1), its canvas and scale
+// adjustments kept for the run.
+std::shared_ptr<BVImage> uprightPicture(const BVImage& image) {
+  CIImageRef stored = image.CIImage();
+  if (!stored) return nullptr;
+  Value properties = stored->properties();
+  properties["Orientation"] = 1;
+  auto upright = BVImage::initWithCIImage(
+      stored->imageByApplyingOrientation(image.EXIFOrientation())->imageBySettingProperties(std::move(properties)));
+  upright->setScaleAdjustment(image.scaleAdjustment());
+  upright->setCanvasAdjustment(image.canvasAdjustment());
+  return upright;
+}
+
+// Works and writes in the picture's own colour space, so that its profile is kept.
+std::shared_ptr<CIContext> contextForFile(const CGColorSpaceRef& space, int threads) {
+  CIContextOptions options;
+  options.threads = threads;
+  if (space) options.workingColorSpace = options.outputColorSpace = space;
+  return CIContext::contextWithOptions(options);
+}
+
+// Renders the image's extent into the file in `space`: JPEG in bands straight into the file, the
+// other formats through one bitmap (float when 16-bit samples are asked for).
+bool writeImageFile(const CIContext& context, const CIImageRef& image, const CGColorSpaceRef& space,
+                    const std::string& path, imageio::ImageFormat format, const imageio::EncodeOptions& encode,
+                    BVFileOutputFailure& failure) {
+  std::string error;
+  if (format == imageio::ImageFormat::JPEG) {
+    if (context.writeJPEGRepresentationOfImage(image, path, space, {encode.quality}, &error)) return true;
+    failure = {false, error};
+    return false;
+  }
+  CGImageRef bitmap = context.createCGImage(image, image->extent(), encode.sixteenBit ? kCIFormatRGBAf : kCIFormatRGBA8,
+                                            space);
+  if (!bitmap) {
+    failure = {true, "rendering failed"};
+    return false;
+  }
+  std::vector<uint8_t> bytes;
+  if (!imageio::encode(*bitmap, format, encode, bytes)) {
+    failure = {false, "cannot encode the picture"};
+    return false;
+  }
+  if (imageio::writeFileAtomically(path, bytes, &error)) return true;
+  failure = {false, error};
+  return false;
 }
 
 }  // namespace
@@ -111,7 +173,7 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreGraphics(const std::shared_ptr
   return nullptr;
 }
 
-std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image) {
+std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image, bool rendersHere) {
   CIContextOptions options;
   if (CGColorSpaceRef space = image.colorSpace()) {
     colorSpace_ = space;
@@ -120,7 +182,7 @@ std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image) {
   }
   options.useSoftwareRenderer = options_.renderWithCPUContext;
   if (!context_) context_ = BVGetCIContextWithOptionsAndContext(options);
-  if (!options_.returnCIImage) {
+  if (rendersHere) {
     CGSize maximum = context_->inputImageMaximumSize();
     if (maximum.width < processingRect_.size.width || maximum.height < processingRect_.size.height) {
       BVLog("[BVImageProcessor] Input image exceeds maximum size for core image context (" +
@@ -133,9 +195,8 @@ std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image) {
   return context_;
 }
 
-std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BVImage>& image,
-                                                        const BVFilterArray& filters, const std::string* path,
-                                                        const Value& metadata) {
+CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
+                                          bool rendersHere) {
   CIImageRef adjusted = image->adjustedCIImage();
   if (!adjusted) {
     BVLog("[BVImageProcessor] Could not render adjusted CIImage to process. Output will be nil.");
@@ -147,21 +208,25 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BV
   for (const auto& filter : filters) {
     if (filter) filter->setProcessor(shared_from_this());
   }
-  std::shared_ptr<CIContext> context = contextFor(*image);
-
+  contextFor(*image, rendersHere);
   CIImageRef result = CIImageWithBVFilters(adjusted, filters, processingRect_.size);
-  if (!result) {
-    BVLog("[BVImageProcessor] Could not create CIFilter chain from BVFilters, returning nil image.");
-    return nullptr;
-  }
+  if (!result) BVLog("[BVImageProcessor] Could not create CIFilter chain from BVFilters, returning nil image.");
+  return result;
+}
+
+std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BVImage>& image,
+                                                        const BVFilterArray& filters, const std::string* path,
+                                                        const Value& metadata) {
+  CIImageRef result = chainedImage(image, filters, !options_.returnCIImage);
+  if (!result) return nullptr;
   if (path) {
     CIImageRef cropped = result->imageByCroppingToRect(processingRect_);
     if (!metadata.is_null()) cropped = cropped->imageBySettingProperties(metadata);
-    std::string error;
-    if (context->writeJPEGRepresentationOfImage(cropped, *path, colorSpace_, {1.0}, &error)) {
+    BVFileOutputFailure failure;
+    if (writeImageFile(*context_, cropped, colorSpace_, *path, imageio::ImageFormat::JPEG, {}, failure)) {
       lastWriteFailed_ = false;
     } else {
-      BVLog("[BVImageProcessor] Error processing image to file: " + error);
+      BVLog("[BVImageProcessor] Error processing image to file: " + failure.reason);
     }
     return nullptr;
   }
@@ -169,8 +234,69 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BV
     if (CGRectIsInfinite(result->extent())) result = result->imageByCroppingToRect(processingRect_);
     return BVImage::initWithCIImage(result);
   }
-  CGImageRef bitmap = context->createCGImage(result, processingRect_);
+  CGImageRef bitmap = context_->createCGImage(result, processingRect_);
   return bitmap ? BVImage::initWithCGImage(bitmap) : nullptr;
+}
+
+std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::string& path, size_t maxSize) {
+  auto picture = BVImage::initWithCIImage(CIImage::imageWithContentsOfFile(path, maxSize));
+  if (!picture || maxSize == 0) return picture;
+  const CGSize size = picture->size();
+  const double longer = std::max(size.width, size.height);
+  if (longer > double(maxSize)) picture->setScaleAdjustment(double(maxSize) / longer);
+  return picture;
+}
+
+CIImageRef BVImageProcessor::fileRunResult(const std::shared_ptr<BVImage>& picture,
+                                           const std::shared_ptr<CIContext>& context) {
+  originalImage_ = picture;
+  randomizationContext_ = nullptr;
+  const BVFilterArray filters = filtersOfRun(filters_);
+  if (options_.renderWithCoreGraphics) {
+    // The drawing road works on a bitmap of the upright, scaled picture.
+    CIImageRef adjusted = picture->adjustedCIImage();
+    auto drawn = runCoreGraphics(BVImage::initWithCGImage(context->createCGImage(adjusted, adjusted->extent())),
+                                 filters, nullptr, nullptr);
+    return drawn ? drawn->CIImage() : nullptr;
+  }
+  setCoreImageContext(context);
+  CIImageRef result = chainedImage(picture, filters, false);
+  // The file holds the whole pixels of the picture the filters worked on, whatever extent the filters
+  // gave their result.
+  return result ? result->imageByCroppingToRect(CGRectIntegral(processingRect_)) : nullptr;
+}
+
+bool BVImageProcessor::processToFile(const std::shared_ptr<BVImage>& image, const std::string& path,
+                                     const BVFileOutputOptions& options, BVFileOutputFailure* failure) {
+  BVFileOutputFailure unreported;
+  BVFileOutputFailure& why = failure ? *failure : unreported;
+  const std::optional<imageio::ImageFormat> format = imageio::formatForPath(path);
+  if (!format) {
+    why = {false, "the name asks for no known picture format"};
+    return false;
+  }
+  CGImageRef source = image ? sourceBitmap(*image) : nullptr;
+  auto picture = image ? uprightPicture(*image) : nullptr;
+  // A picture found damaged only while it is rendered is the picture's failure, whatever failed next.
+  auto failed = [&](bool inPicture, std::string reason) {
+    if (source && !source->complete()) {
+      why = {true, "cannot read the picture"};
+    } else {
+      why = {inPicture, std::move(reason)};
+    }
+    return false;
+  };
+  if (!picture) return failed(true, "cannot read the picture");
+  std::shared_ptr<CIContext> context = options_.sharedCIContext;
+  if (!context) context = contextForFile(picture->colorSpace(), options.threads);
+  CIImageRef result = fileRunResult(picture, context);
+  if (!result) return failed(true, "rendering failed");
+  imageio::EncodeOptions encode;
+  encode.quality = options.quality;
+  encode.sixteenBit = source && hasSixteenBitSamples(source->format()) && imageio::formatHoldsSixteenBits(*format);
+  BVFileOutputFailure written;
+  if (writeImageFile(*context, result, context->outputColorSpace(), path, *format, encode, written)) return true;
+  return failed(written.picture, written.reason);
 }
 
 }  // namespace brenvia

@@ -7,6 +7,7 @@
 #include "filter/input.h"
 #include "filter/processing.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,8 +25,22 @@ struct BVImageProcessorOptions {
   BVImageProcessorOptions copy() const;
 };
 
+// How processToFile writes its file.
+struct BVFileOutputOptions {
+  double quality = 1.0;  // JPEG, HEIF and WebP, 0 to 1
+  // Threads of the context made for the run when the processor's options share none; 0: every core.
+  int threads = 0;
+};
+
+// Why processToFile failed: the picture could not be read in full or rendered (`picture` true), or
+// the file could not be encoded or written (`picture` false).
+struct BVFileOutputFailure {
+  bool picture = false;
+  std::string reason;
+};
+
 // Runs a filter array over one still image at a time and gives back an image, a deferred image
-// or a JPEG file.
+// or a file.
 class BVImageProcessor final : public BVProcessing, public std::enable_shared_from_this<BVImageProcessor> {
  public:
   static constexpr std::string_view processorVersion() { return "4.7"; }
@@ -43,6 +58,20 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   // The same into "BVImageProcessorRender-<absolute time>.jpg" in the temporary folder; the path is
   // returned whether or not the write worked.
   std::string processAsTemporaryJPEG(const std::shared_ptr<BVImage>& image, const Value& metadata = nullptr);
+
+  // A run that writes its result to `path`, in the format the name asks for (imageio::formatForPath),
+  // through a temporary name. Unlike the other runs it always applies the picture's orientation and
+  // scale adjustment first: filters see the picture upright, and the file holds it upright without
+  // an orientation tag. JPEG is rendered in bands, each encoded as soon as it is done; the other
+  // formats from one bitmap, with 16 bits per channel in PNG and TIFF when the picture's pixels have
+  // them. The result is written in the picture's colour space with its profile.
+  bool processToFile(const std::shared_ptr<BVImage>& image, const std::string& path,
+                     const BVFileOutputOptions& options = {}, BVFileOutputFailure* failure = nullptr);
+  // A picture file as processToFile takes it: decoded no larger than a longer side of maxSize needs
+  // (0: full size; the rows of a large JPEG arrive while it is rendered), with its orientation, and
+  // scaled so that its longer side, upright, is at most maxSize. Null, with the decoder's log line,
+  // when the file cannot be read.
+  static std::shared_ptr<BVImage> pictureWithContentsOfFile(const std::string& path, size_t maxSize = 0);
 
   // BVProcessing
   std::shared_ptr<CIContext> context() const override { return context_; }
@@ -77,10 +106,15 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
                                std::shared_ptr<const void> randomizationContext);
   std::shared_ptr<BVImage> runCoreImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
                                         const std::string* path, const Value& metadata);
+  // The engine run up to its deferred result; `rendersHere` says whether the result will be rendered
+  // whole by this context, which then must be able to hold it.
+  CIImageRef chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters, bool rendersHere);
+  // The deferred result of a file run of the upright picture, on either road.
+  CIImageRef fileRunResult(const std::shared_ptr<BVImage>& picture, const std::shared_ptr<CIContext>& context);
   // Each filter draws on a bitmap context of the picture through applyToCGContext.
   std::shared_ptr<BVImage> runCoreGraphics(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
                                            const std::string* path, const Value& metadata);
-  std::shared_ptr<CIContext> contextFor(const BVImage& image);
+  std::shared_ptr<CIContext> contextFor(const BVImage& image, bool rendersHere);
 
   BVFilterArray filters_;
   BVImageProcessorOptions options_;

@@ -1,6 +1,7 @@
 #include "test_support.h"
 
 #include "operators/library_operators.h"
+#include "platform/imageio/image_io.h"
 #include "processor/filter_chain.h"
 #include "processor/image_processor.h"
 
@@ -88,6 +89,31 @@ TEST(ImageProcessor, JpegRunsWriteFilesAndReportFailures) {
   EXPECT_NE(temporary.find("BVImageProcessorRender-"), std::string::npos);
   EXPECT_TRUE(fs::exists(temporary));
   fs::remove(temporary);
+}
+
+// The file road applies the picture's orientation, and tells a failure of the file from one of
+// the picture.
+TEST(ImageProcessor, FileRunsWriteTheUprightPictureInTheFormatOfTheName) {
+  test::TempFolder folder;
+  auto bitmap = test::makeBitmap(4, 2, [](size_t x, size_t) {
+    return x == 0 ? std::array<uint8_t, 4>{255, 0, 0, 255} : std::array<uint8_t, 4>{0, 0, 255, 255};
+  });
+  auto picture = BVImage::initWithCGImage(bitmap);
+  picture->setImageOrientation(BVImageOrientationRight);
+  auto processor = BVImageProcessor::initWithFilters({});
+  ASSERT_TRUE(processor->processToFile(picture, folder.path("out.png")));
+  auto written = imageio::decodeFile(folder.path("out.png"));
+  ASSERT_TRUE(written);
+  ASSERT_EQ(written->image->width(), 2u);
+  ASSERT_EQ(written->image->height(), 4u);
+  EXPECT_EQ(test::pixelAt(written->image, 1, 0)[0], 255);  // the stored left column is now the top row
+  EXPECT_EQ(written->properties["Orientation"], 1);
+  for (std::string name : {"missing/out.png", "out.gif"}) {
+    BVFileOutputFailure failure;
+    EXPECT_FALSE(processor->processToFile(picture, folder.path(name), {}, &failure)) << name;
+    EXPECT_FALSE(failure.picture) << name;
+    EXPECT_FALSE(failure.reason.empty()) << name;
+  }
 }
 
 TEST(ChainStep, OverlaysBlendsAndMasksGetTheirInputs) {

@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include "platform/coreimage/ci_context.h"
+#include "platform/foundation/executor.h"
 #include "platform/foundation/value.h"
 #include "platform/imageio/image_io.h"
 #include "thumbnails/thumbnailer.h"
@@ -15,7 +16,6 @@
 #include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <thread>
 #include <unistd.h>
 
 namespace brenvia::cli {
@@ -118,25 +118,17 @@ int run(const ThumbnailSettings& s) {
     return 1;
   }
   thumbnailer.setMaximumSizeForDiskPersistence(CGSizeMake(s.size, s.size));
-  const unsigned threads = s.threads > 0 ? unsigned(s.threads) : std::max(1u, std::thread::hardware_concurrency());
-  const unsigned workers = std::min<unsigned>(threads, unsigned(s.inputs.size()));
   const bool progress = isatty(STDERR_FILENO);
   std::vector<std::optional<std::string>> made(s.inputs.size());
-  std::atomic<size_t> next{0}, done{0};
-  auto work = [&] {
-    for (size_t i = next++; i < s.inputs.size(); i = next++) {
-      made[i] = thumbnailOne(thumbnailer, s, s.inputs[i]);
-      const size_t finished = ++done;
-      if (progress) {
-        std::lock_guard lock(outputMutex);
-        std::cerr << "\rthumbnails " << finished << '/' << s.inputs.size() << std::flush;
-      }
+  std::atomic<size_t> done{0};
+  BVExecutorParallelFor(s.inputs.size(), unsigned(std::max(s.threads, 0)), [&](size_t i) {
+    made[i] = thumbnailOne(thumbnailer, s, s.inputs[i]);
+    const size_t finished = ++done;
+    if (progress) {
+      std::lock_guard lock(outputMutex);
+      std::cerr << "\rthumbnails " << finished << '/' << s.inputs.size() << std::flush;
     }
-  };
-  std::vector<std::thread> pool;
-  for (unsigned w = 1; w < workers; ++w) pool.emplace_back(work);
-  work();
-  for (auto& t : pool) t.join();
+  });
   if (progress) std::cerr << '\n';
   for (const auto& path : made) {
     if (path) std::cout << *path << '\n';

@@ -96,6 +96,19 @@ bool encodeHEIF(const CGImage& image, const EncodeOptions& options, std::vector<
 bool encodeWebP(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 bool encodeTIFF(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out);
 
+// The formats pictures are written in.
+enum class ImageFormat { JPEG, PNG, HEIF, WebP, TIFF };
+
+// The format a file name asks for by its extension, in any case: .jpg and .jpeg, .png, .heic and
+// .heif, .webp, .tif and .tiff. Nothing for other names.
+std::optional<ImageFormat> formatForPath(std::string_view path);
+// The extensions formatForPath knows, in the order above.
+const std::vector<std::string_view>& formatExtensions();
+// Whether the format keeps 16 bits per channel when EncodeOptions::sixteenBit asks (PNG, TIFF).
+bool formatHoldsSixteenBits(ImageFormat format);
+// The encoder of the format, as above.
+bool encode(const CGImage& image, ImageFormat format, const EncodeOptions& options, std::vector<uint8_t>& out);
+
 // A JPEG encoded as horizontal strips on any threads in any order, then joined: the way to encode
 // a picture while it is still being rendered, without a bitmap of the whole frame. Every strip but
 // the last holds stripRows() rows; strip k takes those rows of `image` starting at `firstRow`

@@ -5,15 +5,14 @@
 // every strip holds exactly one restart interval, the strips' entropy-coded data can be joined
 // with restart markers into one valid stream that decodes to the same pixels as a serial encode.
 
+#include "platform/foundation/executor.h"
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
 #include "platform/imageio/jpeg_errors.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 #include <cmath>
-#include <thread>
+#include <mutex>
 
 #include <jerror.h>
 
@@ -326,14 +325,8 @@ bool encodeJPEGWithThreads(const CGImage& image, const EncodeOptions& options, u
   if (threads > 1 && image.width() * image.height() >= kParallelMinPixels)
     stripRows = (image.height() + threads * 2 - 1) / (threads * 2);
   JPEGStripEncoder encoder(image.width(), image.height(), image.format(), image.colorSpace(), options, stripRows);
-  std::atomic<size_t> next{0};
-  auto work = [&] {
-    for (size_t k; (k = next++) < encoder.stripCount();) encoder.encodeStrip(k, image, k * encoder.stripRows());
-  };
-  std::vector<std::thread> pool;
-  for (unsigned t = 1; t < std::min<size_t>(threads, encoder.stripCount()); ++t) pool.emplace_back(work);
-  work();
-  for (std::thread& t : pool) t.join();
+  BVExecutorParallelFor(encoder.stripCount(), threads,
+                        [&](size_t k) { encoder.encodeStrip(k, image, k * encoder.stripRows()); });
   return encoder.finish(out);
 }
 
@@ -342,7 +335,7 @@ bool encodeJPEGWithThreads(const CGImage& image, const EncodeOptions& options, u
 namespace brenvia::imageio {
 
 bool encodeJPEG(const CGImage& image, const EncodeOptions& options, std::vector<uint8_t>& out) {
-  unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 8u);
+  unsigned threads = std::min(BVExecutorConcurrency(), 8u);
   return detail::encodeJPEGWithThreads(image, options, threads, out);
 }
 
