@@ -10,6 +10,7 @@
 
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -300,14 +301,16 @@ CIImageRef BVImageWithCanvasAdjustment(const CIImageRef& image, const BVCanvasAd
       const BVPlanarAdjustmentInputs inputs{float(p.rotation * kDegreesToRadians), float(p.verticalSkew),
                                             float(p.horizontalSkew), float(p.verticalStretch),
                                             float(p.horizontalStretch)};
-      // The corrected picture keeps the crop's size (the picture's own without a crop), centred on it.
+      // The corrected picture keeps the crop's size (the picture's own without a crop), centred on it
+      // on whole pixels so that no partial column or row is added.
       if (CIImageRef corrected = BVPlanarAdjustmentImage(picture, inputs)) {
         const CGRect e = corrected->extent();
         picture = CGRectEqualToRect(e, before)
                       ? corrected
-                      : corrected->imageByCroppingToRect(CGRectMake(e.origin.x + (e.size.width - kept.width) * 0.5,
-                                                                    e.origin.y + (e.size.height - kept.height) * 0.5,
-                                                                    kept.width, kept.height));
+                      : corrected->imageByCroppingToRect(
+                            CGRectMake(std::round(e.origin.x + (e.size.width - kept.width) * 0.5),
+                                       std::round(e.origin.y + (e.size.height - kept.height) * 0.5), kept.width,
+                                       kept.height));
       }
     }
   }

@@ -210,11 +210,10 @@ CGSize BVImage::size() const {
 }
 
 CGSize BVImage::sizeWithOrientation() const {
-  CGSize s = size();
-  CGAffineTransform t =
-      CGAffineTransformMakeRotation(_rotationDegreesForImageOrientation(_imageOrientation) * kDegreesToRadians);
-  if (CGAffineTransformIsIdentity(t)) return s;
-  return CGSize{std::abs(s.width * t.a + s.height * t.c), std::abs(s.width * t.b + s.height * t.d)};
+  const CGSize s = size();
+  // Orientations turn by quarter turns: the sides are swapped exactly rather than rotated in floating point.
+  const double degrees = std::abs(_rotationDegreesForImageOrientation(_imageOrientation));
+  return std::fmod(degrees, 180.0) == 90.0 ? CGSize{s.height, s.width} : s;
 }
 
 CGSize BVImage::sizeWithAdjustments() const {
