@@ -99,6 +99,7 @@ class ClampStage final : public Stage {
   }
 
   void row(Span& s, TileState& ts) const override {
+    if (s.y >= e_.y && s.y < e_.maxY() && s.x >= e_.x && s.x + s.n <= e_.maxX()) return inputs[0]->read(s, ts);
     int64_t lo = e_.x, hi = e_.maxX() - 1;
     Span& t = ts.span(id, 1);
     t.y = std::clamp(s.y, e_.y, e_.maxY() - 1);

@@ -1,9 +1,20 @@
+#include "platform/coreimage/engine/vector_clones.h"
 #include "platform/coreimage/ops/op_support.h"
 
 #include <cmath>
 
 namespace brenvia::ci {
 namespace {
+
+// Points (dx + i, dy) relative to the centre (cx, cy), turned and scaled by (cos, sin), in absolute coordinates.
+BV_VECTOR_CLONES void turnRow(double dx, double dy, int n, double cx, double cy, double cos, double sin, float* sx,
+                              float* sy) {
+  for (int i = 0; i < n; ++i) {
+    const double u = dx + double(i);
+    sx[i] = float(cx + cos * u + sin * dy);
+    sy[i] = float(cy - sin * u + cos * dy);
+  }
+}
 
 // Rotates about the centre of the extent and enlarges just enough for the turned picture to cover
 // the whole extent: output point p reads k + R(−θ)·(p − k) / scale.
@@ -18,12 +29,7 @@ class StraightenWarp final : public WarpKernel {
   std::string_view name() const override { return "CIStraightenFilter"; }
 
   void map(int64_t x, int64_t y, int n, CGPoint at, float* sx, float* sy) const override {
-    const double dy = double(y) + at.y - cy_;
-    for (int i = 0; i < n; ++i) {
-      double dx = double(x + i) + at.x - cx_;
-      sx[i] = float(cx_ + cos_ * dx + sin_ * dy);
-      sy[i] = float(cy_ - sin_ * dx + cos_ * dy);
-    }
+    turnRow(double(x) + at.x - cx_, double(y) + at.y - cy_, n, cx_, cy_, cos_, sin_, sx, sy);
   }
   CGRect roi(const CGRect& out) const override {
     CGAffineTransform inverse{cos_, -sin_, sin_, cos_, 0, 0};
