@@ -1,8 +1,10 @@
 #include "image/image.h"
 
 #include "image/canvas_adjustment.h"
+#include "image/graphics_utilities.h"
 #include "platform/coreimage/ci_context.h"
 #include "platform/foundation/log.h"
+#include "platform/graphics/cg_context.h"
 #include "platform/imageio/image_io.h"
 
 #include <nlohmann/json.hpp>
@@ -10,6 +12,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -289,6 +292,82 @@ std::shared_ptr<BVImage> BVImage::copy() const {
   result->_disparityImageStorage = _disparityImageStorage;
   result->_portraitMatteImageStorage = _portraitMatteImageStorage;
   return result;
+}
+
+}  // namespace brenvia
+
+namespace brenvia {
+
+void BVImage::drawInContext(const CGContextRef& context) const {
+  CGContextDrawImage(context, CGContextGetClipBoundingBox(context), CGImage());
+}
+
+void BVImage::setScaleAdjustmentForTargetSize(CGSize target, int mode) {
+  const CGSize s = sizeWithOrientation();
+  const double across = target.width / s.width, down = target.height / s.height;
+  if (mode == BVImageScalingModeFill) {
+    _scaleAdjustment = std::max(across, down);
+  } else if (mode == BVImageScalingModeFit) {
+    _scaleAdjustment = std::min(across, down);
+  } else {
+    throw std::invalid_argument("must use `fit` or `fill` scaling mode");
+  }
+}
+
+std::shared_ptr<BVImage> BVImage::imageWithAdjustment(const std::shared_ptr<BVCanvasAdjustment>& adjustment,
+                                                      double scale) const {
+  auto adjusted = copy();
+  if (!adjusted) return nullptr;
+  adjusted->_canvasAdjustment = adjustment;
+  const CGAffineTransform scaling = CGAffineTransformMakeScale(scale, scale);
+  // Depth and matte get the picture's crop and orientation, not its scale adjustment.
+  const auto auxiliary = [&](const CIImageRef& storage) -> CIImageRef {
+    auto image = BVImage::initWithCIImage(storage);
+    if (!image) return nullptr;
+    image->_imageOrientation = _imageOrientation;
+    image->_canvasAdjustment = adjustment;
+    CIImageRef picture = image->adjustedCIImage();
+    return picture ? picture->imageByApplyingTransform(scaling) : nullptr;
+  };
+  CIImageRef main = adjusted->adjustedCIImage();
+  if (!main) return nullptr;
+  main = main->imageByApplyingTransform(scaling);
+  CIContextOptions options;
+  options.outputColorSpace = options.workingColorSpace = colorSpace();
+  auto context = CIContext::contextWithOptions(options);
+  auto result = BVImage::initWithCGImage(context->createCGImage(main, CGRectIntegral(main->extent())));
+  if (!result) return nullptr;
+  const auto flat = [&](const CIImageRef& image) -> CIImageRef {
+    if (!image) return nullptr;
+    return CIImage::imageWithCGImage(context->createCGImage(image, CGRectIntegral(image->extent())));
+  };
+  result->_disparityImageStorage = flat(auxiliary(_disparityImageStorage));
+  result->_portraitMatteImageStorage = flat(auxiliary(_portraitMatteImageStorage));
+  return result;
+}
+
+std::shared_ptr<BVImage> BVImage::renderAdjustedImage() const { return imageWithAdjustment(_canvasAdjustment, _scale); }
+
+void BVImage::normalizeToUpOrientation() {
+  if (_imageOrientation == BVImageOrientationUp) return;
+  const int exif = EXIFOrientation();
+  if (_cgImage) {
+    _cgImage = CGImageCreateWithRotation(_cgImage, _rotationDegreesForImageOrientation(_imageOrientation));
+    if (_imageOrientation >= BVImageOrientationUpMirrored && _cgImage)
+      _cgImage = CGImageCreateWithHorizontalFlip(_cgImage);
+  } else if (_ciImage) {
+    _ciImage = _ciImage->imageByApplyingOrientation(exif);
+  }
+  if (_disparityImageStorage) _disparityImageStorage = _disparityImageStorage->imageByApplyingOrientation(exif);
+  if (_portraitMatteImageStorage)
+    _portraitMatteImageStorage = _portraitMatteImageStorage->imageByApplyingOrientation(exif);
+  _imageOrientation = BVImageOrientationUp;
+}
+
+std::shared_ptr<BVImage> BVImage::imageWithUpOrientation() const {
+  auto upright = copy();
+  if (upright) upright->normalizeToUpOrientation();
+  return upright;
 }
 
 }  // namespace brenvia

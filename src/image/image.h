@@ -17,6 +17,8 @@
 namespace brenvia {
 
 class BVCanvasAdjustment;
+class CGContext;
+using CGContextRef = std::shared_ptr<CGContext>;
 class UIImage;
 
 // Option keys and values of the initialisers that take an options dictionary.
@@ -106,6 +108,23 @@ class BVImage {
   std::optional<std::string> writeToTemporaryPNGFile() const;
   // The mean colour of the bitmap, always opaque; null without a bitmap.
   CGColorRef averageColor() const;
+  // Draws the bitmap over the whole clip box of the context.
+  void drawInContext(const CGContextRef& context) const;
+
+  // Sets the scale adjustment that makes the upright picture fill (BVImageScalingModeFill, the larger
+  // ratio) or fit (BVImageScalingModeFit, the smaller) `target`. Other modes throw
+  // std::invalid_argument and leave the scale adjustment alone.
+  void setScaleAdjustmentForTargetSize(CGSize target, int mode);
+  // A flat picture of the geometry: this picture with `adjustment` instead of its own, rendered and
+  // scaled by `scale`, its depth and matte given the same crop and orientation. The result is
+  // upright with no adjustment.
+  std::shared_ptr<BVImage> imageWithAdjustment(const std::shared_ptr<BVCanvasAdjustment>& adjustment,
+                                               double scale) const;
+  // imageWithAdjustment with the picture's own adjustment and point scale.
+  std::shared_ptr<BVImage> renderAdjustedImage() const;
+  // Turns the pixels (and the depth and matte) by the orientation, which becomes up.
+  void normalizeToUpOrientation();
+  std::shared_ptr<BVImage> imageWithUpOrientation() const;
 
   BVImageOrientation imageOrientation() const { return _imageOrientation; }
   void setImageOrientation(BVImageOrientation orientation) { _imageOrientation = orientation; }

@@ -1,5 +1,8 @@
 #include "image/image.h"
 
+#include "image/canvas_adjustment.h"
+#include "image/graphics_utilities.h"
+
 #include "test_support.h"
 
 #include "platform/imageio/image_io.h"
@@ -178,6 +181,47 @@ TEST(BVImageAdjusted, OrientationIsAppliedOnlyWithAGeometryAdjustment) {
   expectCorners(CIContext::context()->createCGImage(adjusted, adjusted->extent()), {kBlue, kRed, kWhite, kGreen});
 }
 
+TEST(BVImageAdjusted, FlatAdjustedPicturesAndUprightPixels) {
+  // Turned right for display, a quarter turn more, the left half of that kept, then halved in size.
+  auto image = BVImage::initWithCIImage(CIImage::imageWithCGImage(quadrants()));
+  image->setImageOrientation(BVImageOrientationRight);
+  auto flat =
+      image->imageWithAdjustment(BVCanvasAdjustment::adjustmentWithCrop(BVImageCropMake(0, 0, 16, 16, 0), 1), 0.5);
+  ASSERT_TRUE(flat);
+  EXPECT_EQ(flat->imageOrientation(), BVImageOrientationUp);
+  EXPECT_FALSE(flat->canvasAdjustment());
+  ASSERT_EQ(flat->size().width, 8);
+  ASSERT_EQ(flat->size().height, 8);
+  EXPECT_NEAR(test::pixelAt(flat->CGImage(), 1, 1)[0], 255,
+              8);  // white then green on the left: the picture upside down
+  EXPECT_NEAR(test::pixelAt(flat->CGImage(), 1, 1)[2], 255, 8);
+  EXPECT_NEAR(test::pixelAt(flat->CGImage(), 1, 6)[1], 255, 8);
+
+  for (bool bitmap : {true, false}) {
+    SCOPED_TRACE(bitmap ? "bitmap" : "engine image");
+    auto turned = bitmap ? BVImage::initWithCGImage(quadrants())
+                         : BVImage::initWithCIImage(CIImage::imageWithCGImage(quadrants()));
+    turned->setImageOrientation(BVImageOrientationRight);
+    auto upright = turned->imageWithUpOrientation();
+    EXPECT_EQ(turned->imageOrientation(), BVImageOrientationRight);
+    EXPECT_EQ(upright->imageOrientation(), BVImageOrientationUp);
+    CIImageRef engine = upright->CIImage();
+    auto pixels = CIContext::context()->createCGImage(engine, engine->extent());
+    ASSERT_EQ(pixels->width(), 16u);
+    expectCorners(pixels, {kBlue, kRed, kWhite, kGreen});
+  }
+}
+
+TEST(BVImageAdjusted, ScaleAdjustmentFillsOrFitsTheTarget) {
+  auto image = BVImage::initWithCGImage(test::solidBitmap(200, 100, {1, 2, 3, 255}));
+  image->setScaleAdjustmentForTargetSize({100, 100}, BVImageScalingModeFill);
+  EXPECT_EQ(image->scaleAdjustment(), 1.0);
+  image->setScaleAdjustmentForTargetSize({100, 100}, BVImageScalingModeFit);
+  EXPECT_EQ(image->scaleAdjustment(), 0.5);
+  EXPECT_THROW(image->setScaleAdjustmentForTargetSize({100, 100}, BVImageScalingModeStretch), std::invalid_argument);
+  EXPECT_EQ(image->scaleAdjustment(), 0.5);
+}
+
 // A bitmap load keeps the stored pixels and ignores the orientation; an engine load takes the
 // orientation as metadata, and its render accessor gives the stored pixels too.
 TEST_F(BVImageFiles, LoadsKeepTheStoredPixels) {
@@ -187,9 +231,9 @@ TEST_F(BVImageFiles, LoadsKeepTheStoredPixels) {
     bool engine;
     BVImageOrientation orientation;
   };
-  for (const Case& c : {Case{"bitmap.jpg", 6, false, BVImageOrientationUp},
-                        Case{"right.jpg", 6, true, BVImageOrientationRight},
-                        Case{"left.png", 8, true, BVImageOrientationLeft}}) {
+  for (const Case& c :
+       {Case{"bitmap.jpg", 6, false, BVImageOrientationUp}, Case{"right.jpg", 6, true, BVImageOrientationRight},
+        Case{"left.png", 8, true, BVImageOrientationLeft}}) {
     SCOPED_TRACE(c.name);
     test::LogCapture log;
     const Value options = c.engine ? coreImage : Value::object();

@@ -78,8 +78,8 @@ TEST_F(CanvasOptions, EveryOrientationTurnsAndCropsExactly) {
       const Picture expected = turned(turns, width, height);
       const size_t cx = 2, cy = 3, cw = width - 5, ch = height - 4;
       const std::string out = file("out.png");
-      const std::string crop = std::to_string(cx) + "," + std::to_string(cy) + "," + std::to_string(cw) + "," +
-                               std::to_string(ch);
+      const std::string crop =
+          std::to_string(cx) + "," + std::to_string(cy) + "," + std::to_string(cw) + "," + std::to_string(ch);
       auto result = test::runCli("render " + id + " " + input + " -o " + out + " --rotate " +
                                  std::to_string(turns * 90) + " --crop " + crop);
       ASSERT_EQ(result.status, 0) << result.out;
@@ -116,12 +116,14 @@ TEST_F(CanvasOptions, CorrectionsFillTheFrameOnEveryRoad) {
       const CGImageRef image = decoded->image;
       ASSERT_EQ(image->width(), kWidth);
       ASSERT_EQ(image->height(), kHeight);
-      for (auto [x, y] : {std::pair<size_t, size_t>{0, 0}, {kWidth - 1, 0}, {0, kHeight - 1}, {kWidth - 1, kHeight - 1}})
+      for (auto [x, y] :
+           {std::pair<size_t, size_t>{0, 0}, {kWidth - 1, 0}, {0, kHeight - 1}, {kWidth - 1, kHeight - 1}})
         EXPECT_GT(test::rgbAt(*image, x, y)[2], 100) << "corner " << x << "," << y;  // blue 128 everywhere
     }
   }
   ASSERT_EQ(test::runCli("render " + id + " " + input + " -o " + file("small.png") +
-                         " --rotate 90 --crop 0,0,16,20 --max-size 10").status,
+                         " --rotate 90 --crop 0,0,16,20 --max-size 10")
+                .status,
             0);
   auto small = imageio::decodeFile(file("small.png"));
   ASSERT_TRUE(small);
@@ -133,7 +135,9 @@ TEST_F(CanvasOptions, ValuesOutsideThePictureOrRangeAreRefused) {
   const std::string id = recipe();
   const std::string input = storedPicture(6);  // shown 24 x 16
   const std::string out = file("out.png");
-  const auto run = [&](const std::string& options) { return test::runCli("render " + id + " " + input + " -o " + out + " " + options); };
+  const auto run = [&](const std::string& options) {
+    return test::runCli("render " + id + " " + input + " -o " + out + " " + options);
+  };
   auto outside = run("--rotate 90 --crop 0,0,24,16");
   EXPECT_EQ(outside.status, 1);
   EXPECT_NE(outside.out.find("the crop must lie inside the 16x24 picture"), std::string::npos) << outside.out;
