@@ -6,14 +6,13 @@
 #include "image/bitmap_context.h"
 #include "image/graphics_utilities.h"
 #include "platform/coreimage/ci_filter.h"
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/recently_used_cache.h"
 #include "platform/graphics/vimage.h"
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace brenvia {
 namespace {
@@ -49,9 +48,8 @@ std::optional<std::string> fileStamp(const std::string& path) {
 }
 
 std::optional<std::string> readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string error;
+  return BVReadRegularTextFile(path, kBVMaximumTableFileBytes, error);
 }
 
 bool isCubeFile(const std::string& name) {

@@ -1,24 +1,22 @@
 #include "curves/acv_object.h"
 
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/property_list.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 namespace brenvia {
 namespace {
 
-// The contents of a file, or null when it cannot be read.
+// The contents of a regular file of a curve file's size, or null.
 BVData fileContents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return nullptr;
-  auto bytes = std::make_shared<std::vector<uint8_t>>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (in.bad()) return nullptr;
-  return bytes;
+  std::string error;
+  auto bytes = BVReadRegularFile(path, kBVMaximumCurveFileBytes, error);
+  if (!bytes) return nullptr;
+  return std::make_shared<std::vector<uint8_t>>(std::move(*bytes));
 }
 
 // The cube component for index i of n on a curve's point list, with the strength a in 0...1.
@@ -134,9 +132,8 @@ CACVObjectRef CACVObject::initWithCoder(BVKeyedUnarchiver& coder) {
 
 void CACVObject::registerCodingClass() {
   CColorCurve::registerCodingClass();
-  BVKeyedUnarchiver::registerClass("CACVObject", [](BVKeyedUnarchiver& coder) {
-    return std::const_pointer_cast<CACVObject>(initWithCoder(coder));
-  });
+  BVKeyedUnarchiver::registerClass(
+      "CACVObject", [](BVKeyedUnarchiver& coder) { return std::const_pointer_cast<CACVObject>(initWithCoder(coder)); });
 }
 
 }  // namespace brenvia

@@ -2,14 +2,13 @@
 
 #include "curves/text_fields.h"
 
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/log.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace brenvia {
@@ -74,7 +73,8 @@ BVData BVLUTTextCube(std::string_view text, float alpha, std::string_view fileNa
   for (int b = 0; b < n; ++b)
     for (int g = 0; g < n; ++g)
       for (int r = 0; r < n; ++r, ++next) {
-        std::vector<std::string_view> parts = next < data.size() ? BVComponentsSeparatedBy(data[next], ' ') : std::vector<std::string_view>{};
+        std::vector<std::string_view> parts =
+            next < data.size() ? BVComponentsSeparatedBy(data[next], ' ') : std::vector<std::string_view>{};
         if (parts.size() < 3) {
           BVLog("[BVCurvesFilter] WARNING: Invalid or incomplete data found in LUT file " + std::string(fileName) +
                 " at r: " + std::to_string(r) + " g: " + std::to_string(g) + " b: " + std::to_string(b));
@@ -112,7 +112,8 @@ class CubeReader {
     if (!lut.dimension) return fail(why, "no LUT_3D_SIZE");
     const size_t expected = cellCount(lut.dimension);
     if (values.size() != 4 * expected)
-      return fail(why, std::to_string(expected) + " data lines expected, " + std::to_string(values.size() / 4) + " found");
+      return fail(why,
+                  std::to_string(expected) + " data lines expected, " + std::to_string(values.size() / 4) + " found");
     for (int c = 0; c < 3; ++c)
       if (!(lut.domainMin[c] < lut.domainMax[c])) return fail(why, "DOMAIN_MIN must be below DOMAIN_MAX");
     auto cube = std::make_shared<std::vector<uint8_t>>(values.size() * sizeof(float));
@@ -236,7 +237,8 @@ BVData BVCubeLUTUnitCube(const BVCubeLUT& lut, float alpha) {
   const float* source = reinterpret_cast<const float*>(lut.cube->data());
   auto cube = std::make_shared<std::vector<uint8_t>>(*lut.cube);
   float* cells = reinterpret_cast<float*>(cube->data());
-  const bool unitDomain = lut.domainMin == std::array<float, 3>{0, 0, 0} && lut.domainMax == std::array<float, 3>{1, 1, 1};
+  const bool unitDomain =
+      lut.domainMin == std::array<float, 3>{0, 0, 0} && lut.domainMax == std::array<float, 3>{1, 1, 1};
   size_t next = 0;
   for (int b = 0; b < n; ++b)
     for (int g = 0; g < n; ++g)
@@ -260,13 +262,13 @@ BVData BVCubeLUTUnitCube(const BVCubeLUT& lut, float alpha) {
 }
 
 std::optional<BVCubeLUT> BVCubeLUTReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    BVLog("[BVCubeLUT] Could not read `" + path + "`: cannot open the file");
+  std::string error;
+  const std::optional<std::string> text = BVReadRegularTextFile(path, kBVMaximumTableFileBytes, error);
+  if (!text) {
+    BVLog("[BVCubeLUT] Could not read `" + path + "`: " + error);
     return std::nullopt;
   }
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  return BVCubeLUTRead(text, path);
+  return BVCubeLUTRead(*text, path);
 }
 
 }  // namespace brenvia

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <exception>
+#include <new>
 
 int main(int argc, char** argv) {
   CLI::App app{"Brenvia: filter recipes applied to pictures"};
@@ -16,7 +18,16 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;
+    if (e.get_exit_code() == 0) return app.exit(e);
+    std::fprintf(stderr, "brenvia: %s\nRun with --help for more information.\n", e.what());
+    return 2;
+  } catch (const std::bad_alloc&) {
+    std::fputs("brenvia: out of memory\n", stderr);
+    return 1;
+  } catch (const std::exception& e) {
+    // Commands catch what concerns one input; anything else still ends with one line, not an abort.
+    std::fprintf(stderr, "brenvia: %s\n", e.what());
+    return 1;
   }
   return brenvia::cli::exitStatus();
 }

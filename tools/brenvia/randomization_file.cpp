@@ -1,15 +1,13 @@
 #include "randomization_file.h"
 
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/property_list.h"
 #include "platform/imageio/image_io.h"
 
 #include <nlohmann/json.hpp>
 
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace brenvia::cli {
 namespace {
@@ -18,8 +16,8 @@ namespace fs = std::filesystem;
 
 std::shared_ptr<BVRandomization> unarchived(const Value& entry) {
   const Value* data = BVMember(entry, "$data");
-  std::optional<std::vector<uint8_t>> bytes = data && data->is_string() ? BVBase64Decode(data->get<std::string>())
-                                                                        : std::nullopt;
+  std::optional<std::vector<uint8_t>> bytes =
+      data && data->is_string() ? BVBase64Decode(data->get<std::string>()) : std::nullopt;
   if (!bytes) return nullptr;
   BVRandomization::registerCodingClass();
   return BVKeyedUnarchiver::unarchivedObjectOfClass<BVRandomization>(bytes->data(), bytes->size());
@@ -35,13 +33,9 @@ Value archived(const BVRandomization& randomization) {
 std::optional<RandomizationFile> RandomizationFile::open(const std::string& path, std::string& error) {
   RandomizationFile file(path);
   if (std::error_code unknown; !fs::exists(path, unknown) && !unknown) return file;
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) {
-    error = std::strerror(errno);
-    return std::nullopt;
-  }
-  std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(stream), {}};
-  std::optional<Value> stored = BVPropertyListRead(bytes.data(), bytes.size());
+  const std::optional<std::vector<uint8_t>> bytes = BVReadRegularFile(path, kBVMaximumRecipeBytes, error);
+  if (!bytes) return std::nullopt;
+  std::optional<Value> stored = BVPropertyListRead(bytes->data(), bytes->size());
   if (!stored || !stored->is_object()) {
     error = "not a randomization file (a property list dictionary of stored draws)";
     return std::nullopt;

@@ -1,12 +1,10 @@
 #include "recipe_file.h"
 
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/property_list.h"
 
 #include <nlohmann/json.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 
@@ -17,12 +15,9 @@ std::optional<Value> readRecipe(const std::string& path, std::string& error) {
   if (path == "-") {
     bytes.assign(std::istreambuf_iterator<char>(std::cin), {});
   } else {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-      error = std::strerror(errno);
-      return std::nullopt;
-    }
-    bytes.assign(std::istreambuf_iterator<char>(file), {});
+    std::optional<std::string> contents = BVReadRegularTextFile(path, kBVMaximumRecipeBytes, error);
+    if (!contents) return std::nullopt;
+    bytes = std::move(*contents);
   }
   const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
   std::optional<Value> recipe;

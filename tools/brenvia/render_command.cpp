@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "randomization_file.h"
 #include "recipe_file.h"
+#include "thread_option.h"
 
 #include "filter/filter.h"
 #include "image/image.h"
@@ -12,13 +13,13 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <unistd.h>
 
 namespace brenvia::cli {
 namespace {
@@ -94,8 +95,8 @@ std::optional<std::string> assetFolder(const RenderSettings& s) {
 }
 
 // Renders one input to one output file; false (with one line on stderr) on failure.
-bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
-               int threads, std::shared_ptr<BVRandomization> randomization) {
+bool renderPicture(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
+                   int threads, std::shared_ptr<BVRandomization> randomization) {
   // A crop is given in pixels of the whole picture, so a picture with canvas options is decoded whole.
   auto picture = BVImageProcessor::pictureWithContentsOfFile(input, s.canvas.any() ? 0 : size_t(s.maxSize));
   if (!picture) {
@@ -117,11 +118,25 @@ bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& 
   BVImageProcessorOptions options;
   options.input = inputsFor(s, std::move(randomization));
   options.renderWithCoreGraphics = s.coreGraphics;
-  auto filters = BVFilter::filtersWithArray(recipe, assetFolder(s), s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
+  auto filters =
+      BVFilter::filtersWithArray(recipe, assetFolder(s), s.prefix.empty() ? std::nullopt : std::optional(s.prefix));
   auto processor = BVImageProcessor::initWithFilters(std::move(filters), options);
   BVFileOutputFailure failure;
   if (processor->processToFile(picture, output.string(), {s.quality / 100.0, threads}, &failure)) return true;
   fail(failure.picture ? input : output.string(), failure.reason);
+  return false;
+}
+
+// renderPicture, with whatever it throws reported as the input's failure, so that a batch goes on.
+bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
+               int threads, std::shared_ptr<BVRandomization> randomization) {
+  try {
+    return renderPicture(s, recipe, input, output, threads, std::move(randomization));
+  } catch (const std::bad_alloc&) {
+    fail(input, "out of memory");
+  } catch (const std::exception& e) {
+    fail(input, e.what());
+  }
   return false;
 }
 
@@ -191,15 +206,17 @@ void addRenderCommand(CLI::App& app) {
   cmd->add_option("recipe", settings->recipePath, "Recipe file: JSON or property list array of filters; - for stdin")
       ->required();
   cmd->add_option("inputs", settings->inputs, "Pictures to filter (JPEG, PNG, HEIF, WebP, TIFF)")->required();
-  cmd->add_option("-o,--output", settings->output, "Output file (.jpg, .jpeg, .png, .heic, .webp, .tif), or folder for several inputs")
+  cmd->add_option("-o,--output", settings->output,
+                  "Output file (.jpg, .jpeg, .png, .heic, .webp, .tif), or folder for several inputs")
       ->required();
   cmd->add_option("--quality", settings->quality, "JPEG, HEIF and WebP quality, 0 to 100")->check(CLI::Range(0, 100));
-  cmd->add_option("--assets", settings->assets, "Folder of the pictures and curve files the recipe names (default: the recipe's folder)");
+  cmd->add_option("--assets", settings->assets,
+                  "Folder of the pictures and curve files the recipe names (default: the recipe's folder)");
   cmd->add_option("--prefix", settings->prefix, "Prefix of the picture names");
   cmd->add_option("--disable-tag", settings->disableTags, "Turn off the filters with this tag (repeatable)");
   cmd->add_option("--max-size", settings->maxSize, "Scale so that the longer side is at most N pixels")
       ->check(CLI::PositiveNumber);
-  cmd->add_option("--threads", settings->threads, "Threads to use (default: every core)")->check(CLI::PositiveNumber);
+  addThreadsOption(*cmd, settings->threads);
   cmd->add_option("--slider", settings->slider, "Position of the recipe's slider, 0 to 1")->check(CLI::Range(0.0, 1.0));
   cmd->add_option("--alpha-slider", settings->alphaSliders,
                   "Opacity of the filters with a tag, as TAG=X with X from 0 to 1 (repeatable)")

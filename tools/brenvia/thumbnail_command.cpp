@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "thread_option.h"
 
 #include "platform/coreimage/ci_context.h"
 #include "platform/foundation/executor.h"
@@ -148,7 +149,7 @@ void addThumbnailCommand(CLI::App& app) {
       ->check(CLI::Range(1, 16384));
   cmd->add_option("--cache", settings->cache, "Cache folder (default: the user's thumbnail cache)");
   cmd->add_option("--format", settings->format, "File format of the thumbnails")->check(CLI::IsMember({"jpg", "png"}));
-  cmd->add_option("--threads", settings->threads, "Threads to use (default: every core)")->check(CLI::PositiveNumber);
+  addThreadsOption(*cmd, settings->threads);
   cmd->callback([settings] { setExitStatus(run(*settings)); });
 }
 

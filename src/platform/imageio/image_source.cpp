@@ -1,12 +1,13 @@
 // Entry points for reading: format detection, whole-file reads and the one-line failure reports.
 
+#include "platform/foundation/file_reading.h"
 #include "platform/foundation/log.h"
 #include "platform/imageio/codec_internal.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <cstring>
+#include <iterator>
 
 namespace brenvia::imageio {
 namespace detail {
@@ -37,8 +38,8 @@ bool pictureSizeAllowed(uint64_t width, uint64_t height, std::string& why) {
     return false;
   }
   if (width > CGImage::kMaxPixels / height) {
-    why = "the picture is " + std::to_string(width) + " x " + std::to_string(height) + " pixels, more than the limit of " +
-          std::to_string(CGImage::kMaxPixels);
+    why = "the picture is " + std::to_string(width) + " x " + std::to_string(height) +
+          " pixels, more than the limit of " + std::to_string(CGImage::kMaxPixels);
     return false;
   }
   return true;
@@ -66,7 +67,9 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
+// Only regular files are read, so that a folder, a device or a pipe fails at once.
 FilePtr openForReading(const std::string& path, std::string& why) {
+  if (!BVIsRegularFile(path, why)) return nullptr;
   FilePtr f(std::fopen(path.c_str(), "rb"));
   if (!f) why = std::string("cannot open the file (") + std::strerror(errno) + ")";
   return f;

@@ -140,6 +140,9 @@ using sliding::CosineWindow;
 using sliding::kColumnLanes;
 using sliding::kRowLanes;
 
+// The memory a very wide blur of a small picture may take for its planes.
+constexpr size_t kWidestBlurBytes = size_t{256} << 20;
+
 // Up to this sigma the window has at most 19 taps and direct convolution is cheaper.
 constexpr double kDirectSigmaLimit = 3.0;
 
@@ -366,8 +369,8 @@ class SlidingGaussian final : public WholeImageKernel {
     tbb::parallel_for(int64_t(0), 4 * chunks, [&](int64_t task) {
       const int c = int(task % 4);
       const size_t x0 = size_t(task / 4) * kColumnLanes;
-      HWY_DYNAMIC_DISPATCH(sliding::FilterColumns)(w_, result->plane(c) + x0, result->stride(), samples,
-                                                   std::min(kColumnLanes, width - x0));
+      HWY_DYNAMIC_DISPATCH(sliding::FilterColumns)
+      (w_, result->plane(c) + x0, result->stride(), samples, std::min(kColumnLanes, width - x0));
     });
     return result;
   }
@@ -376,6 +379,17 @@ class SlidingGaussian final : public WholeImageKernel {
   CosineWindow w_;
   PixelRect inputExtent_;
 };
+
+// The widest Gaussian over a finite picture: the larger of its longer side (beyond which the blur
+// over the picture changes little more) and what keeps the half-float planes of a sliding blur,
+// 2 bytes a channel over the picture's width and its height plus 6 sigma, within a fixed budget.
+// Memory then stays bounded however large the radius asked.
+double boundedSigma(double sigma, const CGRect& extent) {
+  if (CGRectIsInfinite(extent) || CGRectIsEmpty(extent)) return sigma;
+  const double w = extent.size.width, h = extent.size.height;
+  const double withinBudget = (double(kWidestBlurBytes) / (8.0 * w) - h) / 6.0;
+  return std::min(sigma, std::max({w, h, withinBudget}));
+}
 
 }  // namespace
 
@@ -386,7 +400,7 @@ void registerGaussianBlur() {
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");
         if (!input) return nullptr;
-        const double sigma = f.number("inputRadius");
+        const double sigma = boundedSigma(f.number("inputRadius"), input->extent());
         if (!(sigma >= 0.1) || !std::isfinite(sigma)) return input;
         const int64_t n = int64_t(std::ceil(3 * sigma));
         const CGRect extent = CGRectInset(input->extent(), -double(n), -double(n));

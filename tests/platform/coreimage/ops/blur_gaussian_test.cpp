@@ -78,6 +78,14 @@ TEST(CIGaussianBlur, WindowsFarWiderThanThePictureStayCheap) {
   for (int c = 0; c < 4; ++c) EXPECT_NEAR(out.at(4, 4)[size_t(c)], 64 / (2 * M_PI * 20000.0 * 20000.0), 1e-7);
 }
 
+// Radii no picture needs are bounded by what the picture can show: a blur of a billion pixels takes
+// the memory and time of a far smaller one and still spreads the picture to nearly nothing.
+TEST(CIGaussianBlur, HugeRadiiTakeBoundedMemory) {
+  auto image = test::floatImage(400, 250, [](int, int) { return Pixel{1, 1, 1, 1}; });
+  auto out = test::render(blur(image, 1e9), CGRectMake(0, 0, 400, 250));
+  for (int c = 0; c < 4; ++c) EXPECT_LT(out.at(200, 125)[size_t(c)], 1e-3);
+}
+
 TEST(CIGaussianBlur, SameBitsForAnyThreadCountAndTileSize) {
   for (double sigma : {2.0, 12.0})
     test::expectTileIndependent(blur(test::noiseImage(300, 220, 3), sigma), {{2, 512}, {1, 200}, {2, 200}});
