@@ -6,8 +6,11 @@
 
 #include <tiffio.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <limits>
+#include <vector>
 
 namespace brenvia::imageio::detail {
 namespace {
@@ -16,6 +19,8 @@ namespace {
 constexpr tmsize_t kMaxTIFFAllocation = tmsize_t{512} << 20;
 // Rows per call of the RGBA reader.
 constexpr uint32_t kRGBABand = 64;
+// Colour and alpha: at most CMYK with alpha.
+constexpr uint16_t kMaximumSamples = 5;
 
 // A TIFF held in memory: read from `data`, or written into `sink`.
 struct MemoryFile {
@@ -111,14 +116,19 @@ uint16_t field16(TIFF* tiff, ttag_t tag, uint16_t fallback) {
 void addTIFFProperties(TIFF* tiff, Value& properties) {
   uint16_t orientation = field16(tiff, TIFFTAG_ORIENTATION, 1);
   if (orientation >= 1 && orientation <= 8) properties["Orientation"] = orientation;
-  static constexpr std::pair<ttag_t, const char*> kTextTags[] = {
-      {TIFFTAG_IMAGEDESCRIPTION, "ImageDescription"}, {TIFFTAG_MAKE, "Make"}, {TIFFTAG_MODEL, "Model"},
-      {TIFFTAG_SOFTWARE, "Software"}, {TIFFTAG_DATETIME, "DateTime"}, {TIFFTAG_ARTIST, "Artist"},
-      {TIFFTAG_HOSTCOMPUTER, "HostComputer"}, {TIFFTAG_COPYRIGHT, "Copyright"}};
+  static constexpr std::pair<ttag_t, const char*> kTextTags[] = {{TIFFTAG_IMAGEDESCRIPTION, "ImageDescription"},
+                                                                 {TIFFTAG_MAKE, "Make"},
+                                                                 {TIFFTAG_MODEL, "Model"},
+                                                                 {TIFFTAG_SOFTWARE, "Software"},
+                                                                 {TIFFTAG_DATETIME, "DateTime"},
+                                                                 {TIFFTAG_ARTIST, "Artist"},
+                                                                 {TIFFTAG_HOSTCOMPUTER, "HostComputer"},
+                                                                 {TIFFTAG_COPYRIGHT, "Copyright"}};
   Value group = Value::object();
   for (auto [tag, name] : kTextTags) {
     const char* text = nullptr;
-    if (TIFFGetField(tiff, tag, &text) == 1 && text) group[name] = textValue(reinterpret_cast<const unsigned char*>(text), std::strlen(text));
+    if (TIFFGetField(tiff, tag, &text) == 1 && text)
+      group[name] = textValue(reinterpret_cast<const unsigned char*>(text), std::strlen(text));
   }
   if (orientation >= 1 && orientation <= 8) group["Orientation"] = orientation;
   if (!group.empty()) properties["{TIFF}"] = std::move(group);
@@ -157,6 +167,60 @@ bool readDirect(TIFF* tiff, PixelBuffer& pixels, const MemoryFile& file, std::st
   return true;
 }
 
+// Grey with one alpha sample, 8 or 16 bits, in strips: the form the direct reader cannot hold and
+// libtiff's RGBA reader gets wrong (it takes straight alpha as premultiplied).
+bool isGreyWithAlpha(TIFF* tiff) {
+  const uint16_t bits = field16(tiff, TIFFTAG_BITSPERSAMPLE, 1),
+                 photometric = field16(tiff, TIFFTAG_PHOTOMETRIC, 0xffff);
+  return !TIFFIsTiled(tiff) && field16(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_CONTIG &&
+         field16(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) == SAMPLEFORMAT_UINT && (bits == 8 || bits == 16) &&
+         field16(tiff, TIFFTAG_SAMPLESPERPIXEL, 1) == 2 &&
+         (photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE);
+}
+
+// Grey and alpha samples widened to straight RGBA of the same depth; white-is-zero grey is turned
+// over, and associated alpha divided out.
+template <class Sample>
+void widenGreyAlpha(const Sample* in, Sample* out, size_t width, bool whiteIsZero, bool associated) {
+  constexpr uint32_t kMax = std::numeric_limits<Sample>::max();
+  for (size_t x = 0; x < width; ++x) {
+    const uint32_t alpha = in[2 * x + 1];
+    uint32_t grey = in[2 * x];
+    if (associated) grey = alpha ? std::min(kMax, (grey * kMax + alpha / 2) / alpha) : 0;
+    if (whiteIsZero) grey = kMax - grey;
+    out[4 * x] = out[4 * x + 1] = out[4 * x + 2] = Sample(grey);
+    out[4 * x + 3] = Sample(alpha);
+  }
+}
+
+bool readGreyAlpha(TIFF* tiff, PixelBuffer& pixels, const MemoryFile& file, std::string& why) {
+  const bool deep = field16(tiff, TIFFTAG_BITSPERSAMPLE, 8) == 16;
+  const bool whiteIsZero = field16(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK) == PHOTOMETRIC_MINISWHITE;
+  uint16_t extraCount = 0;
+  uint16_t* extraTypes = nullptr;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &extraCount, &extraTypes);
+  const bool associated = extraCount == 1 && extraTypes && extraTypes[0] == EXTRASAMPLE_ASSOCALPHA;
+  const size_t sampleBytes = deep ? 2 : 1;
+  if (uint64_t(TIFFScanlineSize64(tiff)) != pixels.width * 2 * sampleBytes) {
+    why = "TIFF: unexpected row size";
+    return false;
+  }
+  std::vector<uint8_t> row(pixels.width * 2 * sampleBytes);
+  for (uint32_t y = 0; y < pixels.height; ++y) {
+    if (TIFFReadScanline(tiff, row.data(), y, 0) != 1) {
+      why = tiffError(file, "the picture data is damaged or truncated");
+      return false;
+    }
+    if (deep) {
+      widenGreyAlpha(reinterpret_cast<const uint16_t*>(row.data()), reinterpret_cast<uint16_t*>(pixels.row(y)),
+                     pixels.width, whiteIsZero, associated);
+    } else {
+      widenGreyAlpha(row.data(), pixels.row(y), pixels.width, whiteIsZero, associated);
+    }
+  }
+  return true;
+}
+
 // libtiff's RGBA reader: any photometric interpretation and depth, to 8-bit RGB or premultiplied
 // RGBA, rows as stored (the file's orientation is not applied).
 bool readThroughRGBA(TIFF* tiff, PixelBuffer& pixels, const MemoryFile& file, std::string& why) {
@@ -171,10 +235,15 @@ bool readThroughRGBA(TIFF* tiff, PixelBuffer& pixels, const MemoryFile& file, st
   const uint32_t w = reader.width, h = reader.height;
   bool ok = pixels.allocate(w, h, alpha ? CGPixelFormat::RGBA8Premultiplied : CGPixelFormat::RGB8);
   if (!ok) why = "TIFF: not enough memory for the pixels";
+  // Bands hold whole strips: a band that starts inside a compressed strip decodes it from its start
+  // again, which for a tall single strip makes the read quadratic in the height.
+  uint32_t stripRows = kRGBABand;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &stripRows);
+  const uint32_t bandRows = TIFFIsTiled(tiff) ? kRGBABand : std::clamp(stripRows, kRGBABand, std::max(h, 1u));
   std::vector<uint32_t> band;
-  if (ok) band.resize(size_t(w) * std::min(h, kRGBABand));
-  for (uint32_t y = 0; ok && y < h; y += kRGBABand) {
-    const uint32_t rows = std::min(kRGBABand, h - y);
+  if (ok) band.resize(size_t(w) * std::min(h, bandRows));
+  for (uint32_t y = 0; ok && y < h; y += bandRows) {
+    const uint32_t rows = std::min(bandRows, h - y);
     reader.row_offset = int(y);
     reader.col_offset = 0;
     ok = TIFFRGBAImageGet(&reader, band.data(), w, rows) == 1;
@@ -221,8 +290,20 @@ bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::strin
   addTIFFProperties(tiff.get(), out.properties);
   if (mode == ReadMode::HeaderOnly) return true;
 
+  // Samples beyond colour and alpha cannot be used and only cost decoding work.
+  if (const uint16_t samples = field16(tiff.get(), TIFFTAG_SAMPLESPERPIXEL, 1); samples > kMaximumSamples) {
+    why = "TIFF: " + std::to_string(samples) + " samples a pixel are more than a picture uses";
+    return false;
+  }
   PixelBuffer pixels;
-  if (auto format = directFormat(tiff.get())) {
+  if (isGreyWithAlpha(tiff.get())) {
+    const bool deep = field16(tiff.get(), TIFFTAG_BITSPERSAMPLE, 8) == 16;
+    if (!pixels.allocate(width, height, deep ? CGPixelFormat::RGBA16 : CGPixelFormat::RGBA8)) {
+      why = "TIFF: not enough memory for the pixels";
+      return false;
+    }
+    if (!readGreyAlpha(tiff.get(), pixels, file, why)) return false;
+  } else if (auto format = directFormat(tiff.get())) {
     if (!pixels.allocate(width, height, *format)) {
       why = "TIFF: not enough memory for the pixels";
       return false;

@@ -128,6 +128,68 @@ TEST(MoreFormats, TiledTiffIsReadAsStored) {
   EXPECT_EQ(maxDifference(*source, *decoded->image), 0);
 }
 
+// Writes a one-strip TIFF of `samples` samples a pixel from the rows given (deflated when asked).
+void writeStripTIFF(const std::string& path, uint32_t width, uint32_t height, uint16_t bits, uint16_t samples,
+                    uint16_t photometric, uint16_t extra, const std::vector<uint8_t>& data, bool deflate = false) {
+  TIFF* tiff = TIFFOpen(path.c_str(), "w");
+  ASSERT_TRUE(tiff);
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
+  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
+  TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, height);
+  if (deflate) TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+  std::vector<uint16_t> types(size_t(samples > 1 ? samples - 1 : 0), extra);
+  if (!types.empty()) TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, uint16_t(types.size()), types.data());
+  TIFFWriteEncodedStrip(tiff, 0, const_cast<uint8_t*>(data.data()), tmsize_t(data.size()));
+  TIFFClose(tiff);
+}
+
+// Grey with alpha keeps its alpha and its straight grey at both depths; white-is-zero grey is
+// turned over and associated alpha divided out.
+TEST(MoreFormats, GreyWithAlphaTiffsKeepGreyAndAlpha) {
+  TempFolder folder;
+  const struct {
+    uint16_t photometric, extra;
+    int grey;
+  } cases[] = {{PHOTOMETRIC_MINISBLACK, EXTRASAMPLE_UNASSALPHA, 100},
+               {PHOTOMETRIC_MINISWHITE, EXTRASAMPLE_UNASSALPHA, 155},
+               {PHOTOMETRIC_MINISBLACK, EXTRASAMPLE_ASSOCALPHA, 199}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.grey);
+    const std::string path = folder.path("ga.tif");
+    writeStripTIFF(path, 3, 2, 8, 2, c.photometric, c.extra,
+                   {100, 128, 100, 128, 100, 128, 100, 128, 100, 128, 100, 128});
+    auto decoded = decodeFile(path);
+    ASSERT_TRUE(decoded);
+    ASSERT_EQ(decoded->image->format(), F::RGBA8);
+    EXPECT_EQ(sample(*decoded->image, 1, 1, 0), c.grey);
+    EXPECT_EQ(sample(*decoded->image, 1, 1, 3), 128);
+  }
+  std::vector<uint8_t> deep(2 * 2 * 2 * 2);
+  const uint16_t values[] = {40000, 30000, 40000, 30000, 40000, 30000, 40000, 30000};
+  std::memcpy(deep.data(), values, sizeof values);
+  writeStripTIFF(folder.path("deep.tif"), 2, 2, 16, 2, PHOTOMETRIC_MINISBLACK, EXTRASAMPLE_UNASSALPHA, deep);
+  auto decoded = decodeFile(folder.path("deep.tif"));
+  ASSERT_TRUE(decoded);
+  ASSERT_EQ(decoded->image->format(), F::RGBA16);
+  const auto* pixel = reinterpret_cast<const uint16_t*>(decoded->image->row(1));
+  EXPECT_EQ(pixel[0], 40000);
+  EXPECT_EQ(pixel[3], 30000);
+}
+
+// A tall deflated strip with more samples than any picture uses is refused before it is decoded.
+TEST(MoreFormats, ManySampleTiffsAreRefusedAtOnce) {
+  TempFolder folder;
+  const std::string path = folder.path("many.tif");
+  writeStripTIFF(path, 24, 64272, 8, 65, PHOTOMETRIC_MINISBLACK, EXTRASAMPLE_UNSPECIFIED,
+                 std::vector<uint8_t>(size_t(24) * 64272 * 65), true);
+  EXPECT_FALSE(decodeFile(path));
+  EXPECT_TRUE(readProperties(path));
+}
+
 TEST(MoreFormats, PropertiesAreReadWithoutPixels) {
   TempFolder folder;
   auto source = gradient(F::RGB8, 30, 20, CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
@@ -144,8 +206,8 @@ TEST(MoreFormats, PropertiesAreReadWithoutPixels) {
 }
 
 TEST(MoreFormats, HeifAuxiliaryMapsAreDecodedUntaggedAndOnlyWhenPresent) {
-  for (auto [type, which] : {std::pair{kDepthAuxType, AuxiliaryImage::Disparity},
-                             std::pair{kMatteAuxType, AuxiliaryImage::PortraitMatte}}) {
+  for (auto [type, which] :
+       {std::pair{kDepthAuxType, AuxiliaryImage::Disparity}, std::pair{kMatteAuxType, AuxiliaryImage::PortraitMatte}}) {
     SCOPED_TRACE(type);
     auto bytes = heifWithAuxiliary(64, 48, type);
     DecodeOptions options;
@@ -176,8 +238,10 @@ TEST(MoreFormats, DepthMapsOfDistanceBecomeDisparity) {
     auto depth = CGImage::allocate(3, 1, format, nullptr);
     const uint16_t samples[] = {0, uint16_t(deep ? 21845 : 85), uint16_t(deep ? 65535 : 255)};
     for (size_t x = 0; x < 3; ++x) {
-      if (deep) std::memcpy(depth->mutableRow(0) + 2 * x, &samples[x], 2);
-      else depth->mutableRow(0)[x] = uint8_t(samples[x]);
+      if (deep)
+        std::memcpy(depth->mutableRow(0) + 2 * x, &samples[x], 2);
+      else
+        depth->mutableRow(0)[x] = uint8_t(samples[x]);
     }
     CGImageRef disparity = detail::disparityFromUniformDepth(*depth, 1.0, 4.0);
     ASSERT_TRUE(disparity);
@@ -267,7 +331,8 @@ TEST(MoreFormats, HugeDeclaredSizesAreRefused) {
   // A grid whose descriptor (in the "idat" box) claims a 30000 x 30000 canvas behind small "ispe" sizes.
   auto grid = encodeWith(kHEIF, *source);
   const std::string_view idat = "idat";
-  auto box = std::search(grid.begin(), grid.end(), idat.begin(), idat.end(), [](uint8_t a, char b) { return a == uint8_t(b); });
+  auto box = std::search(grid.begin(), grid.end(), idat.begin(), idat.end(),
+                         [](uint8_t a, char b) { return a == uint8_t(b); });
   ASSERT_NE(box, grid.end());
   uint8_t* descriptor = &*box + 4;  // version, flags, rows - 1, columns - 1, then 16-bit width and height
   ASSERT_EQ(descriptor[1] & 1, 0);
