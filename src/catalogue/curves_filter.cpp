@@ -90,7 +90,9 @@ void BVCurvesFilter::readParameters(const Value& parameters, const BVParameterRe
 
 std::optional<std::string> BVCurvesFilter::pathOf(const std::string& name) const {
   if (!isNameInsideAssets(name)) return std::nullopt;
-  return imageSearchPath() ? (std::filesystem::path(*imageSearchPath()) / name).string() : name;
+  const std::string path = imageSearchPath() ? (std::filesystem::path(*imageSearchPath()) / name).string() : name;
+  if (!isFileInsideAssets(path)) return std::nullopt;
+  return path;
 }
 
 CACVObjectRef BVCurvesFilter::acvObject() {

@@ -259,6 +259,9 @@ class BVFilter : public BVCoding {
   static void setAllowsFilesOutsideAssets(bool allowed);
   // Whether a file name from the recipe stays inside the folder it is looked up in; logged when not.
   bool isNameInsideAssets(const std::string& name) const;
+  // Whether a file found for such a name stays inside the asset or resource folder once its links
+  // are followed; logged when not.
+  bool isFileInsideAssets(const std::string& path) const;
   // "prefix_name" with a prefix, else the name.
   std::string prefixedImageName(const std::string& name) const;
   // The picture of `imageSize` scaled into the rectangle the mode gives on the target (stretch,

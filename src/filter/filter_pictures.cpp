@@ -8,6 +8,7 @@
 #include "platform/imageio/image_io.h"
 #include "thumbnails/thumbnailer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cmath>
@@ -97,6 +98,26 @@ bool BVFilter::isNameInsideAssets(const std::string& name) const {
   return true;
 }
 
+namespace {
+
+// Whether `path`, its links followed, lies inside `folder`, its links followed too.
+bool resolvesInside(const std::string& path, const std::string& folder) {
+  std::error_code error;
+  const fs::path file = fs::weakly_canonical(path, error), root = fs::weakly_canonical(folder, error);
+  if (error) return false;
+  return std::mismatch(root.begin(), root.end(), file.begin(), file.end()).first == root.end();
+}
+
+}  // namespace
+
+bool BVFilter::isFileInsideAssets(const std::string& path) const {
+  if (allowsFilesOutsideAssets() || !imageSearchPath()) return true;
+  if (resolvesInside(path, *imageSearchPath()) || resolvesInside(path, BVBundle::brenviaBundle().resourcePath()))
+    return true;
+  BVLog("[" + className() + "] `" + path + "` leads out of the asset folder through a link; it is passed over.");
+  return false;
+}
+
 std::string BVFilter::prefixedImageName(const std::string& name) const {
   return imagePrefix() ? *imagePrefix() + "_" + name : name;
 }
@@ -121,7 +142,7 @@ std::optional<std::string> BVFilter::pathForImageNamed(const std::string& name, 
     if (auto resource = bundle.pathForResource(prefixed, type)) candidates.push_back(*resource);
   }
   for (const std::string& candidate : candidates) {
-    if (fileExists(candidate)) return candidate;
+    if (fileExists(candidate)) return isFileInsideAssets(candidate) ? std::optional(candidate) : std::nullopt;
   }
   return std::nullopt;
 }

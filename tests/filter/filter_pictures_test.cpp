@@ -44,9 +44,13 @@ TEST_F(FilterPictures, NamesThatLeadOutOfTheAssetFolderArePassedOver) {
   for (const std::string& name : std::vector<std::string>{"../inner", folder.path("inner"), "a/../../inner", ""}) {
     EXPECT_EQ(inside->pathForImageNamed(name, {10, 10}, 0), std::nullopt) << name;
   }
-  EXPECT_EQ(log.lines.size(), 4u);
+  // A link inside the folder that leads out of it is passed over too.
+  std::filesystem::create_symlink(folder.path("inner.png"), folder.path("assets/link.png"));
+  EXPECT_EQ(inside->pathForImageNamed("link", {10, 10}, 0), std::nullopt);
+  EXPECT_EQ(log.lines.size(), 5u);
   BVFilter::setAllowsFilesOutsideAssets(true);
   EXPECT_TRUE(inside->pathForImageNamed("../inner", {10, 10}, 0));
+  EXPECT_TRUE(inside->pathForImageNamed("link", {10, 10}, 0));
   BVFilter::setAllowsFilesOutsideAssets(false);
   touch("assets/deep.png");
   EXPECT_TRUE(inside->pathForImageNamed("deep", {10, 10}, 0));

@@ -75,6 +75,20 @@ TEST_F(HostileInputs, ABatchGoesOnPastAFolder) {
   EXPECT_EQ(outputs(), (std::vector<std::string>{"keep.jpg", "ladybird.jpg"}));
 }
 
+// Files outside the asset folder are read only when the run says the recipe is trusted.
+TEST_F(HostileInputs, FilesOutsideTheAssetFolderNeedPermission) {
+  fs::create_directory(file("assets"));
+  std::ofstream(file("assets/outside.json")) << R"([{"type": "curves", "lutFileName": "../lut.txt"}])";
+  std::ofstream(file("lut.txt")) << "not a table";
+  const std::string run =
+      "render " + file("assets/outside.json") + " " + photo + " -o " + file("out/o.jpg") + " --max-size 64";
+  auto refused = test::runCli(run);
+  EXPECT_EQ(refused.status, 0);
+  EXPECT_NE(refused.out.find("is not a file name inside the asset folder"), std::string::npos) << refused.out;
+  auto allowed = test::runCli(run + " --allow-outside-assets");
+  EXPECT_EQ(allowed.out.find("is not a file name inside the asset folder"), std::string::npos) << allowed.out;
+}
+
 // Tables and curve files that are folders or devices leave the picture as it is, with a log line.
 TEST_F(HostileInputs, CurveFilesThatAreNotFilesLeaveThePicture) {
   for (const std::string entry : {R"("lutFileName": "")", R"("acvFileName": "folder")", R"("lutFileName": "pipe")"}) {

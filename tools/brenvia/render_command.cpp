@@ -39,6 +39,7 @@ struct RenderSettings {
   std::vector<std::string> alphaSliders;  // TAG=X
   std::string randomizationPath;
   bool coreGraphics = false;
+  bool allowOutsideAssets = false;
   CanvasOptions canvas;
 };
 
@@ -153,6 +154,7 @@ std::vector<fs::path> outputPaths(const RenderSettings& s) {
 }
 
 int run(const RenderSettings& s) {
+  BVFilter::setAllowsFilesOutsideAssets(s.allowOutsideAssets);
   if (s.inputs.size() > 1 && !fs::is_directory(s.output)) {
     fail(s.output, "several inputs need an existing output folder");
     return 2;
@@ -226,6 +228,8 @@ void addRenderCommand(CLI::App& app) {
   cmd->add_option("--randomization", settings->randomizationPath,
                   "File of stored random draws: repeated when it exists, recorded into it otherwise");
   addCanvasOptions(*cmd, settings->canvas);
+  cmd->add_flag("--allow-outside-assets", settings->allowOutsideAssets,
+                "Let the recipe name files outside the asset folder (absolute names, .., links); for trusted recipes");
   cmd->add_flag("--cg", settings->coreGraphics, "Draw the filters on a bitmap context instead of the image engine");
   cmd->callback([settings] { setExitStatus(run(*settings)); });
 }
