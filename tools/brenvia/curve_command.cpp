@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 
 #include "curves/acv_object.h"
 #include "curves/curves_plot.h"
@@ -24,7 +25,7 @@ bool writePlot(const CACVObject& curves, const std::string& path) {
   std::vector<uint8_t> png;
   std::string error = "cannot draw the curves";
   if (plot && imageio::encodePNG(*plot, {}, png) && imageio::writeFileAtomically(path, png, &error)) return true;
-  std::cerr << "brenvia: " << path << ": " << error << '\n';
+  fail(path, error);
   return false;
 }
 
@@ -39,7 +40,7 @@ void addCurveCommand(CLI::App& app) {
   cmd->callback([path, plot] {
     auto curves = CACVObject::initWithURL(*path);
     if (!curves) {
-      std::cerr << "brenvia: " << *path << ": not a readable ACV curve file\n";
+      fail(*path, "not a readable ACV curve file");
       setExitStatus(1);
       return;
     }

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 
 #include "filter/filter.h"
 
@@ -55,7 +56,7 @@ void addFiltersCommand(CLI::App& app) {
     if (!type->empty()) {
       const BVFilterClass* only = BVFilterClassForType(*type);
       if (!only) {
-        std::cerr << "brenvia: filters: unknown filter type `" << *type << "`\n";
+        fail("filters", "unknown filter type `" + *type + "`");
         setExitStatus(1);
         return;
       }

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 
 #include "image/image.h"
 
@@ -16,10 +17,11 @@ void addInfoCommand(CLI::App& app) {
   cmd->add_option("input", *path, "Picture file")->required();
   cmd->callback([path] {
     // The engine-image backing reads the file's orientation as well as its pixels.
-    auto picture = BVImage::initWithContentsOfFile(
-        *path, Value{{std::string(kBVImageInitializationOptionStorageAPIKey), std::string(kBVImageInitializationOptionStorageAPICoreImage)}});
+    auto picture =
+        BVImage::initWithContentsOfFile(*path, Value{{std::string(kBVImageInitializationOptionStorageAPIKey),
+                                                      std::string(kBVImageInitializationOptionStorageAPICoreImage)}});
     if (!picture || !picture->CIImage()) {
-      std::cerr << "brenvia: " << *path << ": cannot read the picture\n";
+      fail(*path, "cannot read the picture");
       setExitStatus(1);
       return;
     }

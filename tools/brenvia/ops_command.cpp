@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 
 #include "operators/library_operators.h"
 #include "platform/coreimage/ci_filter.h"
@@ -22,8 +23,8 @@ std::string describe(const CIValue& v) {
   if (auto c = v.get<CIColor>()) return "(" + c->stringRepresentation() + ")";
   if (auto t = v.get<CGAffineTransform>()) {
     return "[" + nlohmann::json(t->a).dump() + " " + nlohmann::json(t->b).dump() + " " + nlohmann::json(t->c).dump() +
-           " " + nlohmann::json(t->d).dump() + " " + nlohmann::json(t->tx).dump() + " " +
-           nlohmann::json(t->ty).dump() + "]";
+           " " + nlohmann::json(t->d).dump() + " " + nlohmann::json(t->tx).dump() + " " + nlohmann::json(t->ty).dump() +
+           "]";
   }
   return "";
 }
@@ -72,7 +73,7 @@ void addOpsCommand(CLI::App& app) {
     std::vector<std::string> names = CIFilter::filterNames();
     if (!name->empty()) {
       if (!CIFilter::filterWithName(*name)) {
-        std::cerr << "brenvia: ops: unknown operation `" << *name << "`\n";
+        fail("ops", "unknown operation `" + *name + "`");
         setExitStatus(1);
         return;
       }

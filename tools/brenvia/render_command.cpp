@@ -1,5 +1,6 @@
 #include "canvas_options.h"
 #include "commands.h"
+#include "messages.h"
 #include "randomization_file.h"
 #include "recipe_file.h"
 #include "thread_option.h"
@@ -54,11 +55,6 @@ std::string extensionList() {
     list += names[i];
   }
   return list;
-}
-
-void fail(const std::string& what, const std::string& why) {
-  std::lock_guard lock(outputMutex);
-  std::cerr << "brenvia: " << what << ": " << why << '\n';
 }
 
 // The tag and opacity of an --alpha-slider value "TAG=X", X from 0 to 1; nothing for other text.

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 #include "thread_option.h"
 
 #include "platform/coreimage/ci_context.h"
@@ -9,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -17,7 +19,6 @@
 #include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <unistd.h>
 
 namespace brenvia::cli {
 namespace {
@@ -34,11 +35,6 @@ struct ThumbnailSettings {
 
 std::mutex outputMutex;
 
-void fail(const std::string& what, const std::string& why) {
-  std::lock_guard lock(outputMutex);
-  std::cerr << "brenvia: " << what << ": " << why << '\n';
-}
-
 // The input's file stem and a hash of its absolute path: pictures of one name in different folders
 // stay apart, and a later run finds the same thumbnails again.
 std::string keyFor(const std::string& input) {
@@ -52,8 +48,8 @@ std::string keyFor(const std::string& input) {
 }
 
 struct Shape {
-  CGSize stored;     // the thumbnail's size in the file's stored orientation
-  int orientation;   // EXIF 1-8
+  CGSize stored;    // the thumbnail's size in the file's stored orientation
+  int orientation;  // EXIF 1-8
 };
 
 // The size whose longer side is `longest` pixels, with the picture's shape, and the file's
