@@ -59,7 +59,8 @@ class RenderCommand : public ::testing::Test {
 TEST_F(RenderCommand, EveryExampleRecipeChangesThePhoto) {
   std::string photo = std::string(BRENVIA_EXAMPLES) + "/photos/ladybird.jpg";
   std::string plain = file("plain.png");
-  ASSERT_EQ(test::runCli("render " + write("id.json", "[]") + " " + photo + " -o " + plain + " --max-size 200").status, 0);
+  ASSERT_EQ(test::runCli("render " + write("id.json", "[]") + " " + photo + " -o " + plain + " --max-size 200").status,
+            0);
   for (const auto& entry : fs::directory_iterator(std::string(BRENVIA_EXAMPLES) + "/recipes")) {
     std::string out = file(entry.path().stem().string() + ".png");
     auto result = test::runCli("render " + entry.path().string() + " " + photo + " -o " + out + " --max-size 200");
@@ -97,7 +98,8 @@ TEST_F(RenderCommand, FilterPicturesAreFoundOrReportedMissing) {
   ASSERT_EQ(result.status, 0) << result.out;
   EXPECT_EQ(result.out.find("Unable"), std::string::npos) << result.out;
   EXPECT_LT(test::pixelAt(load(out), 0, 0)[0], 90);  // the frame darkens the corner
-  std::string recipe = write("lost.json", R"([{"type": "image", "imageName": "lost"}, {"type": "adjustment", "exposure": 1}])");
+  std::string recipe =
+      write("lost.json", R"([{"type": "image", "imageName": "lost"}, {"type": "adjustment", "exposure": 1}])");
   result = test::runCli("render " + recipe + " " + picture("in.png") + " -o " + out);
   EXPECT_EQ(result.status, 0);
   EXPECT_NE(result.out.find("[BVFilter] Unable to find image named `lost`"), std::string::npos) << result.out;
@@ -123,7 +125,8 @@ TEST_F(RenderCommand, DrawingRoadGivesThePictureOfTheEngineRoad) {
 TEST_F(RenderCommand, BatchesGoToAFolderAndRecipesMayBePropertyLists) {
   Value recipe = Value::array({{{"type", "adjustment"}, {"exposure", 0.5}}});
   auto bytes = BVPropertyListWrite(recipe, BVPropertyListFormat::Binary);
-  std::ofstream(file("recipe.bplist"), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
+  std::ofstream(file("recipe.bplist"), std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
   fs::create_directories(file("out"));
   auto result = test::runCli("render " + file("recipe.bplist") + " " + picture("a.png") + " " + picture("b.png") +
                              " -o " + file("out") + " --threads 2");
@@ -158,8 +161,9 @@ TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {
 }
 
 TEST_F(RenderCommand, UnknownTypesLogAndTheRestStillRenders) {
-  auto result = test::runCli("render " + write("r.json", R"([{"type": "sparkle"}, {"type": "adjustment", "exposure": 1}])") +
-                             " " + picture("in.png") + " -o " + file("out.png"));
+  auto result =
+      test::runCli("render " + write("r.json", R"([{"type": "sparkle"}, {"type": "adjustment", "exposure": 1}])") +
+                   " " + picture("in.png") + " -o " + file("out.png"));
   EXPECT_EQ(result.status, 0);
   EXPECT_NE(result.out.find("[BVFilter] Unable to initialize filter subclass for `sparkle`"), std::string::npos);
   EXPECT_TRUE(fs::exists(file("out.png")));
@@ -173,13 +177,17 @@ TEST_F(RenderCommand, PicturesComeOutUprightAndWithinTheMaximumSize) {
   std::vector<uint8_t> bytes;
   imageio::encodePNG(*bitmap, {1.0, 6, false}, bytes);
   imageio::writeFileAtomically(file("sideways.png"), bytes);
-  ASSERT_EQ(test::runCli("render " + write("id.json", "[]") + " " + file("sideways.png") + " -o " + file("up.png")).status, 0);
+  ASSERT_EQ(
+      test::runCli("render " + write("id.json", "[]") + " " + file("sideways.png") + " -o " + file("up.png")).status,
+      0);
   auto up = load(file("up.png"));
   ASSERT_EQ(up->width(), 30u);
   ASSERT_EQ(up->height(), 40u);
   EXPECT_EQ(test::pixelAt(up, 29, 0)[0], 255);  // the stored top-left corner is now the top right
   ASSERT_EQ(test::runCli("render " + file("id.json") + " " + file("sideways.png") + " -o " + file("small.png") +
-                         " --max-size 20").status, 0);
+                         " --max-size 20")
+                .status,
+            0);
   auto small = load(file("small.png"));
   EXPECT_EQ(small->height(), 20u);
   EXPECT_EQ(small->width(), 15u);
@@ -246,7 +254,8 @@ TEST_F(RenderCommand, InfoReadsHeifWithItsDepthMap) {
                                imageio::testing::heifWithAuxiliary(64, 48, imageio::testing::kDepthAuxType));
   auto result = test::runCli("info " + file("portrait.heic"));
   ASSERT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: kCGColorSpaceSRGB\ndepth: yes\nmatte: no\n");
+  EXPECT_EQ(result.out,
+            "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: kCGColorSpaceSRGB\ndepth: yes\nmatte: no\n");
   std::ofstream(file("broken.webp")) << "RIFF\x10\0\0\0WEBPVP8 garbage";
   EXPECT_EQ(test::runCli("info " + file("broken.webp")).status, 1);
 }
@@ -259,7 +268,8 @@ TEST_F(RenderCommand, StoredDrawsRepeatPerPicture) {
   fs::create_directories(file("first"));
   fs::create_directories(file("second"));
   std::string draws = file("draws.plist");
-  auto result = test::runCli("render " + recipe + " " + pictures + " -o " + file("first") + " --randomization " + draws);
+  auto result =
+      test::runCli("render " + recipe + " " + pictures + " -o " + file("first") + " --randomization " + draws);
   ASSERT_EQ(result.status, 0) << result.out;
   result = test::runCli("render " + recipe + " " + pictures + " -o " + file("second") + " --randomization " + draws);
   ASSERT_EQ(result.status, 0) << result.out;
@@ -274,12 +284,30 @@ TEST_F(RenderCommand, StoredDrawsRepeatPerPicture) {
   EXPECT_TRUE(dictionary->contains("a.png") && dictionary->contains("b.png") && dictionary->size() == 2);
 }
 
+// Runs at the same time that share a draw file keep every picture's draws.
+TEST_F(RenderCommand, ConcurrentRunsKeepEachOthersDraws) {
+  std::string recipe = write("random.json", R"([{"type": "adjustment",
+      "random": [{"keyPath": "exposure", "minimum": -1, "maximum": 1}]}])");
+  std::string runs;
+  for (std::string name : {"a", "b", "c", "d", "e", "f"}) {
+    runs += std::string(BRENVIA_CLI) + " render " + recipe + " " + picture(name + ".png") + " -o " +
+            file(name + ".jpg") + " --randomization " + file("shared.plist") + " & ";
+  }
+  ASSERT_EQ(std::system(("(" + runs + "wait) > /dev/null 2>&1").c_str()), 0);
+  std::string stored = bytesOf(file("shared.plist"));
+  auto dictionary = BVPropertyListRead(reinterpret_cast<const uint8_t*>(stored.data()), stored.size());
+  ASSERT_TRUE(dictionary);
+  EXPECT_EQ(dictionary->size(), 6u);
+}
+
 TEST_F(RenderCommand, MalformedDrawFilesAreRefused) {
   std::string recipe = write("id.json", "[]"), input = picture("in.png");
   auto bytes = BVPropertyListWrite(Value({{"in.png", "not data"}}));
-  std::ofstream(file("wrong.plist"), std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
+  std::ofstream(file("wrong.plist"), std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), long(bytes.size()));
   for (std::string draws : {write("garbage.plist", "garbage"), file("wrong.plist")}) {
-    auto result = test::runCli("render " + recipe + " " + input + " -o " + file("out.png") + " --randomization " + draws);
+    auto result =
+        test::runCli("render " + recipe + " " + input + " -o " + file("out.png") + " --randomization " + draws);
     EXPECT_EQ(result.status, 1) << draws;
     EXPECT_NE(result.out.find(draws), std::string::npos) << result.out;
     EXPECT_FALSE(fs::exists(file("out.png")));
@@ -291,13 +319,14 @@ TEST_F(RenderCommand, SliderMovesTheRecipeAndBadValuesAreRefused) {
       "sliderInput": {"keyPath": "exposure", "minimum": -1, "maximum": 1}}])");
   std::string input = picture("in.png");
   for (std::string slider : {"0", "1"}) {
-    auto result = test::runCli("render " + recipe + " " + input + " -o " + file(slider + ".png") + " --slider " + slider +
-                               " --alpha-slider texture=0.5");
+    auto result = test::runCli("render " + recipe + " " + input + " -o " + file(slider + ".png") + " --slider " +
+                               slider + " --alpha-slider texture=0.5");
     ASSERT_EQ(result.status, 0) << result.out;
   }
   EXPECT_NE(bytesOf(file("0.png")), bytesOf(file("1.png")));
   for (std::string option : {"--slider 1.5", "--alpha-slider texture", "--alpha-slider texture=2"}) {
-    EXPECT_NE(test::runCli("render " + recipe + " " + input + " -o " + file("bad.png") + " " + option).status, 0) << option;
+    EXPECT_NE(test::runCli("render " + recipe + " " + input + " -o " + file("bad.png") + " " + option).status, 0)
+        << option;
   }
 }
 

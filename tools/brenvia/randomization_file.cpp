@@ -6,8 +6,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cstring>
 #include <filesystem>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace brenvia::cli {
 namespace {
@@ -26,6 +30,32 @@ std::shared_ptr<BVRandomization> unarchived(const Value& entry) {
 Value archived(const BVRandomization& randomization) {
   std::vector<uint8_t> bytes = BVKeyedArchiver::archivedData(randomization);
   return {{"$data", BVBase64Encode(bytes.data(), bytes.size())}};
+}
+
+// An exclusive advisory lock on a folder, held while the object lives. Files in the folder are
+// replaced by renaming, so the folder, not the file, is what concurrent runs can share a lock on.
+class FolderLock {
+ public:
+  explicit FolderLock(const fs::path& folder)
+      : fd_(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (fd_ >= 0) ::flock(fd_, LOCK_EX);
+  }
+  ~FolderLock() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  int fd_;
+};
+
+// The dictionary the file holds now, or an empty one when it is missing or unreadable.
+Value storedDictionary(const std::string& path) {
+  std::string error;
+  const auto bytes = BVReadRegularFile(path, kBVMaximumRecipeBytes, error);
+  std::optional<Value> stored = bytes ? BVPropertyListRead(bytes->data(), bytes->size()) : std::nullopt;
+  return stored && stored->is_object() ? std::move(*stored) : Value::object();
 }
 
 }  // namespace
@@ -59,15 +89,18 @@ std::shared_ptr<BVRandomization> RandomizationFile::forInput(const std::string& 
 }
 
 bool RandomizationFile::saveIfChanged(std::string& error) const {
-  Value stored = Value::object();
-  bool changed = false;
+  std::vector<std::string> changed;
   for (const auto& [name, randomization] : byName_) {
-    BVRandomizationValues values = randomization->storedRandomizationValues();
     auto opened = opened_.find(name);
-    changed = changed || opened == opened_.end() || opened->second != values;
-    stored[name] = archived(*randomization);
+    if (opened == opened_.end() || opened->second != randomization->storedRandomizationValues())
+      changed.push_back(name);
   }
-  if (!changed) return true;
+  if (changed.empty()) return true;
+  // Other runs may have added their pictures since the file was opened: under the lock, this run's
+  // entries go into the file as it is now.
+  FolderLock lock(fs::path(path_).parent_path());
+  Value stored = storedDictionary(path_);
+  for (const std::string& name : changed) stored[name] = archived(*byName_.at(name));
   return imageio::writeFileAtomically(path_, BVPropertyListWrite(stored, BVPropertyListFormat::XML), &error);
 }
 
