@@ -1,12 +1,27 @@
 #include "commands.h"
 
+#include "platform/imageio/image_io.h"
+
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
 
+namespace {
+
+// A run stopped by the user or the system leaves no temporary file beside its outputs.
+void stopCleanly(int signal) {
+  brenvia::imageio::AtomicFileWriter::removeOpenTemporaryFiles();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  for (int stop : {SIGINT, SIGTERM, SIGHUP}) std::signal(stop, stopCleanly);
   CLI::App app{"Brenvia: filter recipes applied to pictures"};
   app.require_subcommand(1);
   brenvia::cli::addRenderCommand(app);

@@ -4,9 +4,15 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <set>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace brenvia::imageio {
@@ -25,7 +31,8 @@ bool writeAll(int fd, const uint8_t* p, size_t n) {
   return true;
 }
 
-// A name beside the destination, unique within this process and, through O_EXCL, on disk.
+// A name beside the destination, unique within this process and, through O_EXCL, on disk:
+// ".<name>.tmp-<pid>-<counter>-<attempt>".
 std::string temporaryName(const std::string& path, unsigned attempt) {
   static std::atomic<unsigned> counter{0};
   size_t slash = path.rfind('/');
@@ -35,7 +42,72 @@ std::string temporaryName(const std::string& path, unsigned attempt) {
          std::to_string(attempt);
 }
 
+// The process that made a temporary name, or 0 for other names.
+pid_t makerOf(const std::string& name) {
+  const size_t mark = name.rfind(".tmp-");
+  if (name.empty() || name[0] != '.' || mark == std::string::npos) return 0;
+  char* end = nullptr;
+  const long pid = std::strtol(name.c_str() + mark + 5, &end, 10);
+  return pid > 0 && end && *end == '-' ? pid_t(pid) : 0;
+}
+
+// Removes, once per folder and process, the temporary files of processes that have ended (killed
+// before they could clean up).
+void removeStaleTemporaryFiles(const std::string& destination) {
+  static std::mutex mutex;
+  static std::set<std::string> swept;
+  const std::filesystem::path folder = std::filesystem::path(destination).parent_path();
+  {
+    std::lock_guard lock(mutex);
+    if (!swept.insert(folder.string()).second) return;
+  }
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, error)) {
+    const pid_t maker = makerOf(entry.path().filename().string());
+    if (maker != 0 && maker != ::getpid() && ::kill(maker, 0) != 0 && errno == ESRCH) {
+      std::filesystem::remove(entry.path(), error);
+    }
+  }
+}
+
+// The temporary names of open writers, for removal from a signal handler: fixed storage that the
+// handler reads without locks or allocation.
+constexpr int kOpenSlots = 64;
+constexpr size_t kNameBytes = 4096;
+char gOpenNames[kOpenSlots][kNameBytes];
+std::atomic<bool> gSlotUsed[kOpenSlots];
+
+int takeSlot(const std::string& name) {
+  if (name.size() >= kNameBytes) return -1;
+  for (int i = 0; i < kOpenSlots; ++i) {
+    bool expected = false;
+    if (gSlotUsed[i].compare_exchange_strong(expected, true)) {
+      std::memcpy(gOpenNames[i], name.c_str(), name.size() + 1);
+      return i;
+    }
+  }
+  return -1;
+}
+
+void releaseSlot(int slot) {
+  if (slot >= 0) gSlotUsed[slot] = false;
+}
+
+// Where the data go: the file a symbolic link names, so that the link is kept.
+std::string followedDestination(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_symlink(path, error)) return path;
+  const std::filesystem::path target = std::filesystem::weakly_canonical(path, error);
+  return error ? path : target.string();
+}
+
 }  // namespace
+
+void AtomicFileWriter::removeOpenTemporaryFiles() {
+  for (int i = 0; i < kOpenSlots; ++i) {
+    if (gSlotUsed[i]) ::unlink(gOpenNames[i]);
+  }
+}
 
 AtomicFileWriter::AtomicFileWriter(std::string path, WriteDurability durability)
     : path_(std::move(path)), durability_(durability) {
@@ -43,18 +115,28 @@ AtomicFileWriter::AtomicFileWriter(std::string path, WriteDurability durability)
     error_ = "not a file name";
     return;
   }
+  path_ = followedDestination(path_);
+  removeStaleTemporaryFiles(path_);
   for (unsigned attempt = 0; attempt < 16 && fd_ < 0; ++attempt) {
     temp_ = temporaryName(path_, attempt);
     // 0666 and the process umask: the same permissions a plain create would give.
     fd_ = ::open(temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd_ < 0 && errno != EEXIST) break;
   }
-  if (fd_ < 0) error_ = systemError("cannot create a temporary file beside it");
+  if (fd_ < 0) {
+    error_ = systemError("cannot create a temporary file beside it");
+    return;
+  }
+  slot_ = takeSlot(temp_);
+  // A file that is replaced keeps its permissions.
+  struct stat existing {};
+  if (::stat(path_.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) ::fchmod(fd_, existing.st_mode & 07777);
 }
 
 AtomicFileWriter::~AtomicFileWriter() {
   if (fd_ >= 0) ::close(fd_);
   if (!temp_.empty() && !committed_) ::unlink(temp_.c_str());
+  releaseSlot(slot_);
 }
 
 bool AtomicFileWriter::append(const uint8_t* data, size_t size) {

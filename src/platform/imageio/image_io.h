@@ -151,9 +151,15 @@ enum class WriteDurability { Flushed, Renamed };
 
 // A file written under a temporary name beside its destination and renamed over it by commit(),
 // so the destination is either untouched or complete. Dropped without a commit, the temporary
-// file is removed. After a failure error() says why and every later call fails.
+// file is removed. After a failure error() says why and every later call fails. A destination that
+// is a symbolic link is followed (the link stays), an existing one keeps its permissions, and the
+// first write into a folder removes temporary files left there by processes that no longer run.
 class AtomicFileWriter {
  public:
+  // Removes the temporary files of every writer still open; safe to call from a signal handler, so
+  // that a program stopped by a signal leaves none behind.
+  static void removeOpenTemporaryFiles();
+
   explicit AtomicFileWriter(std::string path, WriteDurability durability = WriteDurability::Flushed);
   ~AtomicFileWriter();
   AtomicFileWriter(const AtomicFileWriter&) = delete;
@@ -170,6 +176,7 @@ class AtomicFileWriter {
 
   std::string path_, temp_, error_;
   WriteDurability durability_;
+  int slot_ = -1;  // in the table removeOpenTemporaryFiles reads
   int fd_ = -1;
   size_t written_ = 0;
   bool committed_ = false;

@@ -4,6 +4,10 @@
 
 #include <random>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace brenvia::imageio::testing {
 namespace {
 
@@ -50,10 +54,9 @@ std::vector<uint8_t> hugeJPEG(uint16_t side) {
   std::vector<uint8_t> jpeg(7 + 64, 1);  // start, then a quantisation table of ones
   const uint8_t start[] = {0xff, 0xd8, 0xff, 0xdb, 0x00, 0x43, 0x00};
   std::copy(std::begin(start), std::end(start), jpeg.begin());
-  const uint8_t rest[] = {0xff, 0xc0, 0x00, 0x11, 0x08, hi, lo, hi, lo, 0x03,  // frame header
-                          0x01, 0x11, 0x00, 0x02, 0x11, 0x00, 0x03, 0x11, 0x00,
-                          0xff, 0xda, 0x00, 0x0c, 0x03, 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x00, 0x3f, 0x00,
-                          0x00, 0x00, 0xff, 0xd9};
+  const uint8_t rest[] = {0xff, 0xc0, 0x00, 0x11, 0x08, hi,   lo,   hi,   lo,   0x03,  // frame header
+                          0x01, 0x11, 0x00, 0x02, 0x11, 0x00, 0x03, 0x11, 0x00, 0xff, 0xda, 0x00, 0x0c, 0x03,
+                          0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x00, 0x3f, 0x00, 0x00, 0x00, 0xff, 0xd9};
   jpeg.insert(jpeg.end(), std::begin(rest), std::end(rest));
   return jpeg;
 }
@@ -109,8 +112,8 @@ TEST(ImageIOBadInput, EachFailureGivesNothingAndOneLogLine) {
     folder.write("input", c.bytes);
     for (bool headerOnly : {false, true}) {
       LogCapture log;
-      bool read = headerOnly ? readProperties(folder.path("input")).has_value()
-                             : decodeFile(folder.path("input")).has_value();
+      bool read =
+          headerOnly ? readProperties(folder.path("input")).has_value() : decodeFile(folder.path("input")).has_value();
       EXPECT_EQ(read, headerOnly && c.headerReadable);
       EXPECT_EQ(log.lines.size(), read ? 0u : 1u);
       if (!read) {
@@ -179,6 +182,33 @@ TEST(ImageIOFiles, AtomicWriteReplacesWholeFilesAndLeavesNoDebris) {
   EXPECT_FALSE(writeFileAtomically(folder.path("missing/out.jpg"), first));
   ASSERT_EQ(log.lines.size(), 1u);
   EXPECT_EQ(log.lines[0].rfind("[ImageIO] Could not write `", 0), 0u);
+}
+
+// Writes follow a symbolic link to its file, keep the permissions of the file they replace, and
+// clear away temporary files of processes that have ended.
+TEST(ImageIOFiles, AtomicWritesFollowLinksKeepModesAndSweepDeadTemporaries) {
+  TempFolder folder;
+  const std::string target = folder.path("real.png"), link = folder.path("link.png");
+  const pid_t ended = ::fork();
+  if (ended == 0) ::_exit(0);
+  ::waitpid(ended, nullptr, 0);
+  const std::string dead = ".real.png.tmp-" + std::to_string(ended) + "-0-0";
+  const std::string alive = ".real.png.tmp-" + std::to_string(::getppid()) + "-0-0";
+  std::ofstream(folder.path(dead)) << "left by a killed run";
+  std::ofstream(folder.path(alive)) << "still being written";
+  folder.write("real.png", validJPEG());
+  ::chmod(target.c_str(), 0640);
+  std::filesystem::create_symlink(target, link);
+
+  ASSERT_TRUE(writeFileAtomically(link, validPNG()));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(decodeFile(target)->image->format(), F::RGBA8);
+  struct stat status {};
+  ASSERT_EQ(::stat(target.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+  std::vector<std::string> names = folder.entries();
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{alive, "link.png", "real.png"}));
 }
 
 }  // namespace
