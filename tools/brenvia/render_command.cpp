@@ -215,7 +215,15 @@ void addRenderCommand(CLI::App& app) {
   cmd->add_option("--max-size", settings->maxSize, "Scale so that the longer side is at most N pixels")
       ->check(CLI::PositiveNumber);
   addThreadsOption(*cmd, settings->threads);
-  cmd->add_option("--slider", settings->slider, "Position of the recipe's slider, 0 to 1")->check(CLI::Range(0.0, 1.0));
+  cmd->add_option("--slider", settings->slider, "Position of the recipe's slider, 0 to 1")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            double value = NAN;
+            return CLI::detail::lexical_cast(text, value) && value >= 0.0 && value <= 1.0
+                       ? std::string()
+                       : "expected a number from 0 to 1";
+          },
+          "X"));
   cmd->add_option("--alpha-slider", settings->alphaSliders,
                   "Opacity of the filters with a tag, as TAG=X with X from 0 to 1 (repeatable)")
       ->check(CLI::Validator(

@@ -1,6 +1,6 @@
+#include "platform/coreimage/engine/sampling.h"
 #include "platform/coreimage/ops/op_support.h"
 #include "platform/coreimage/ops/segment_sums.h"
-#include "platform/coreimage/engine/sampling.h"
 
 #include <cmath>
 #include <vector>
@@ -111,7 +111,7 @@ void registerBoxBlur() {
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");
         if (!input) return nullptr;
-        const double radius = std::max(1.0, f.number("inputRadius"));
+        const double radius = std::max(1.0, boundedBlurRadius(f.number("inputRadius")));
         if (!std::isfinite(radius)) return input;
         const double reach = std::ceil(radius);
         return CIImage::makeRegion(std::make_shared<BoxBlurKernel>(radius), {input},

@@ -1,6 +1,6 @@
+#include "platform/coreimage/engine/sampling.h"
 #include "platform/coreimage/ops/op_support.h"
 #include "platform/coreimage/ops/segment_sums.h"
-#include "platform/coreimage/engine/sampling.h"
 
 #include <cmath>
 #include <vector>
@@ -18,9 +18,7 @@ class DiscBlurKernel final : public RegionKernel {
     double total = 0;
     for (int64_t dy = -reach_; dy <= reach_; ++dy) {
       Row row{dy, -1, {}};
-      auto weight = [&](int64_t dx) {
-        return std::clamp(radius + 0.5 - std::hypot(double(dx), double(dy)), 0.0, 1.0);
-      };
+      auto weight = [&](int64_t dx) { return std::clamp(radius + 0.5 - std::hypot(double(dx), double(dy)), 0.0, 1.0); };
       while (row.half < reach_ && weight(row.half + 1) == 1) ++row.half;
       for (int64_t dx = -reach_; dx <= reach_; ++dx) {
         double w = weight(dx);
@@ -51,7 +49,8 @@ class DiscBlurKernel final : public RegionKernel {
     const int64_t first = r.x - in.rect.x;  // first output column in an input row
     for (int c = 0; c < 4; ++c) {
       for (int64_t j = 0; j < in.rect.h; ++j) {
-        segmentPrefix(in.row(c, in.rect.y + j), width, size_t(segment_), &prefix[size_t(j) * (width + 1)], &totals[size_t(j) * segments]);
+        segmentPrefix(in.row(c, in.rect.y + j), width, size_t(segment_), &prefix[size_t(j) * (width + 1)],
+                      &totals[size_t(j) * segments]);
       }
       for (int64_t y = 0; y < r.h; ++y) {
         float* acc = out.row(c, r.y + y);
@@ -119,7 +118,7 @@ void registerDiscBlur() {
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");
         if (!input) return nullptr;
-        const double radius = f.number("inputRadius");
+        const double radius = boundedBlurRadius(f.number("inputRadius"));
         if (!(radius > 0) || !std::isfinite(radius)) return input;
         const double reach = std::ceil(radius);
         return CIImage::makeRegion(std::make_shared<DiscBlurKernel>(radius), {input},

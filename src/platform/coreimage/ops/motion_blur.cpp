@@ -71,21 +71,23 @@ class MotionBlurKernel final : public RegionKernel {
 }  // namespace
 
 void registerMotionBlur() {
-  CIFilter::registerOperation(
-      "CIMotionBlur",
-      {"Motion Blur", builtinCategories({kCICategoryBlur}),
-       {imageInput(), numberInput("inputRadius", 20.0, 0.0), numberInput("inputAngle", 0.0)}},
-      [](const CIFilter& f) -> CIImageRef {
-        CIImageRef input = f.image("inputImage");
-        if (!input) return nullptr;
-        const double radius = f.number("inputRadius"), angle = f.number("inputAngle");
-        if (!(radius > 0) || !std::isfinite(radius) || !std::isfinite(angle)) return input;
-        // A hair's breadth is ignored so that a vertical motion does not grow the extent sideways.
-        const double dx = std::ceil(radius * std::abs(std::cos(angle)) - 1e-9);
-        const double dy = std::ceil(radius * std::abs(std::sin(angle)) - 1e-9);
-        return CIImage::makeRegion(std::make_shared<MotionBlurKernel>(radius, angle), {input},
-                                   CGRectInset(input->extent(), -dx, -dy));
-      });
+  CIFilter::registerOperation("CIMotionBlur",
+                              {"Motion Blur",
+                               builtinCategories({kCICategoryBlur}),
+                               {imageInput(), numberInput("inputRadius", 20.0, 0.0), numberInput("inputAngle", 0.0)}},
+                              [](const CIFilter& f) -> CIImageRef {
+                                CIImageRef input = f.image("inputImage");
+                                if (!input) return nullptr;
+                                const double radius = boundedBlurRadius(f.number("inputRadius"));
+                                const double angle = f.number("inputAngle");
+                                if (!(radius > 0) || !std::isfinite(radius) || !std::isfinite(angle)) return input;
+                                // A hair's breadth is ignored so that a vertical motion does not grow the extent
+                                // sideways.
+                                const double dx = std::ceil(radius * std::abs(std::cos(angle)) - 1e-9);
+                                const double dy = std::ceil(radius * std::abs(std::sin(angle)) - 1e-9);
+                                return CIImage::makeRegion(std::make_shared<MotionBlurKernel>(radius, angle), {input},
+                                                           CGRectInset(input->extent(), -dx, -dy));
+                              });
 }
 
 }  // namespace brenvia::ci

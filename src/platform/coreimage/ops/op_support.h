@@ -4,6 +4,7 @@
 #include "platform/coreimage/engine/kernel.h"
 #include "platform/coreimage/engine/vector_clones.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -54,6 +55,11 @@ inline void mixSpan(Span& s, const std::array<float, 4>& from, const std::array<
 
 // The unpremultiplied luma of an image as an opaque grey picture (for blurring a luma plane).
 CIImageRef lumaPlane(const CIImageRef& image);
+
+// The largest radius a direct neighbourhood blur (box, disc, motion) takes: a wider one spreads a
+// picture thinner but would cost time and memory in proportion to the radius.
+inline constexpr double kWidestDirectBlurRadius = 256;
+inline double boundedBlurRadius(double radius) { return std::min(radius, kWidestDirectBlurRadius); }
 
 // Registration of the platform operations, one function per family of operations.
 void registerColorAdjustmentOperations();

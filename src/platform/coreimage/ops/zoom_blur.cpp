@@ -18,8 +18,8 @@ class ZoomBlurKernel final : public RegionKernel {
   PixelRect roi(int, const PixelRect& out) const override {
     if (out.empty()) return {};
     const double k = 1 - a_;
-    CGRect shrunk = CGRectMake(c_.x + (double(out.x) - c_.x) * k, c_.y + (double(out.y) - c_.y) * k,
-                               double(out.w) * k, double(out.h) * k);
+    CGRect shrunk = CGRectMake(c_.x + (double(out.x) - c_.x) * k, c_.y + (double(out.y) - c_.y) * k, double(out.w) * k,
+                               double(out.h) * k);
     return PixelRect::covering(CGRectUnion(out.cgRect(), shrunk)).outset(1, 1);
   }
 
@@ -94,7 +94,8 @@ class ZoomBlurKernel final : public RegionKernel {
 void registerZoomBlur() {
   CIFilter::registerOperation(
       "CIZoomBlur",
-      {"Zoom Blur", builtinCategories({kCICategoryBlur}),
+      {"Zoom Blur",
+       builtinCategories({kCICategoryBlur}),
        {imageInput(), vectorInput("inputCenter", {150, 150}), numberInput("inputAmount", 20.0)}},
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");
