@@ -71,8 +71,8 @@ bool writeImageFile(const CIContext& context, const CIImageRef& image, const CGC
     failure = {false, error};
     return false;
   }
-  CGImageRef bitmap = context.createCGImage(image, image->extent(), encode.sixteenBit ? kCIFormatRGBAf : kCIFormatRGBA8,
-                                            space);
+  CGImageRef bitmap =
+      context.createCGImage(image, image->extent(), encode.sixteenBit ? kCIFormatRGBAf : kCIFormatRGBA8, space);
   if (!bitmap) {
     failure = {true, "rendering failed"};
     return false;
@@ -127,7 +127,8 @@ std::string BVImageProcessor::processAsTemporaryJPEG(const std::shared_ptr<BVIma
 }
 
 std::shared_ptr<BVImage> BVImageProcessor::run(const std::shared_ptr<BVImage>& image, const std::string* path,
-                                               const Value& metadata, std::shared_ptr<const void> randomizationContext) {
+                                               const Value& metadata,
+                                               std::shared_ptr<const void> randomizationContext) {
   originalImage_ = image;
   randomizationContext_ = std::move(randomizationContext);
   if (!image) return nullptr;
@@ -196,7 +197,7 @@ std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image, bo
 }
 
 CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
-                                          bool rendersHere) {
+                                          bool rendersHere, bool edgesExtend) {
   CIImageRef adjusted = image->adjustedCIImage();
   if (!adjusted) {
     BVLog("[BVImageProcessor] Could not render adjusted CIImage to process. Output will be nil.");
@@ -209,7 +210,8 @@ CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image,
     if (filter) filter->setProcessor(shared_from_this());
   }
   contextFor(*image, rendersHere);
-  CIImageRef result = CIImageWithBVFilters(adjusted, filters, processingRect_.size);
+  CIImageRef result =
+      CIImageWithBVFilters(edgesExtend ? adjusted->imageByClampingToExtent() : adjusted, filters, processingRect_.size);
   if (!result) BVLog("[BVImageProcessor] Could not create CIFilter chain from BVFilters, returning nil image.");
   return result;
 }
@@ -260,7 +262,9 @@ CIImageRef BVImageProcessor::fileRunResult(const std::shared_ptr<BVImage>& pictu
     return drawn ? drawn->CIImage() : nullptr;
   }
   setCoreImageContext(context);
-  CIImageRef result = chainedImage(picture, filters, false);
+  // Neighbourhood filters (blurs, sharpening) read the picture's edge pixels beyond its border, so
+  // that no dark or light frame appears; the result is cropped back to the picture.
+  CIImageRef result = chainedImage(picture, filters, false, true);
   // The file holds the whole pixels of the picture the filters worked on, whatever extent the filters
   // gave their result.
   return result ? result->imageByCroppingToRect(CGRectIntegral(processingRect_)) : nullptr;

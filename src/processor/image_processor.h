@@ -1,11 +1,11 @@
 #pragma once
 
 #include "filter/filter.h"
+#include "filter/input.h"
+#include "filter/processing.h"
 #include "image/bitmap_context.h"
 #include "image/image.h"
 #include "platform/coreimage/ci_context.h"
-#include "filter/input.h"
-#include "filter/processing.h"
 
 #include <cstddef>
 #include <memory>
@@ -107,8 +107,10 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   std::shared_ptr<BVImage> runCoreImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
                                         const std::string* path, const Value& metadata);
   // The engine run up to its deferred result; `rendersHere` says whether the result will be rendered
-  // whole by this context, which then must be able to hold it.
-  CIImageRef chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters, bool rendersHere);
+  // whole by this context, which then must be able to hold it. With `edgesExtend` the filters see the
+  // picture's edge pixels repeated beyond its border.
+  CIImageRef chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters, bool rendersHere,
+                          bool edgesExtend = false);
   // The deferred result of a file run of the upright picture, on either road.
   CIImageRef fileRunResult(const std::shared_ptr<BVImage>& picture, const std::shared_ptr<CIContext>& context);
   // Each filter draws on a bitmap context of the picture through applyToCGContext.

@@ -160,6 +160,31 @@ TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {
   EXPECT_EQ(test::runCli("render " + file("id.json") + " " + input + " -o " + out + " --quality 101").status, 2);
 }
 
+// Whatever extent the filters give (blurs spread, overlays fill), the output has the picture's
+// size, and neighbourhood filters read the edge pixels beyond the border: no light or dark frame.
+TEST_F(RenderCommand, OutputsKeepThePictureSizeAndNoFrame) {
+  const std::string input = picture("in.png");
+  const std::string recipes[] = {
+      R"([{"type": "unsharp", "radius": 20, "intensity": 1}])",
+      R"([{"type": "sharpen", "sharpness": 0.8}])",
+      R"([{"type": "color", "colorHex": "#808080", "alternateCIFilters": [{"name": "CIGaussianBlur", "attributes": {"inputRadius": 3}}]}])",
+  };
+  auto plain = (test::runCli("render " + write("id.json", "[]") + " " + input + " -o " + file("plain.png")),
+                load(file("plain.png")));
+  for (const std::string& recipe : recipes) {
+    SCOPED_TRACE(recipe);
+    auto result = test::runCli("render " + write("r.json", recipe) + " " + input + " -o " + file("out.png"));
+    ASSERT_EQ(result.status, 0) << result.out;
+    auto out = load(file("out.png"));
+    ASSERT_EQ(out->width(), 48u);
+    ASSERT_EQ(out->height(), 32u);
+    // The source is a smooth ramp, so sharpening leaves its border rows and columns near the original.
+    for (size_t x = 0; x < 48; ++x)
+      for (size_t y : {size_t(0), size_t(31)})
+        EXPECT_NEAR(test::pixelAt(out, x, y)[1], test::pixelAt(plain, x, y)[1], 12) << x << "," << y;
+  }
+}
+
 TEST_F(RenderCommand, UnknownTypesLogAndTheRestStillRenders) {
   auto result =
       test::runCli("render " + write("r.json", R"([{"type": "sparkle"}, {"type": "adjustment", "exposure": 1}])") +
