@@ -29,7 +29,7 @@ TEST(ImageRepresentations, JpegAndPngDataAndTemporaryFiles) {
   ASSERT_TRUE(jpeg);
   auto decoded = imageio::decodeData(jpeg->data(), jpeg->size());
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->image->width(), 6u);  // stored as it is, not turned
+  EXPECT_EQ(decoded->image->width(), 6u);          // stored as it is, not turned
   EXPECT_NEAR(decoded->image->row(2)[0], 200, 3);  // RGB8
 
   auto jpegFile = image->writeToTemporaryJPEGFile();
@@ -44,7 +44,7 @@ TEST(ImageRepresentations, JpegAndPngDataAndTemporaryFiles) {
   Removed removePng{*pngFile};
   EXPECT_EQ(fs::path(*pngFile).extension(), ".png");
   EXPECT_EQ(imageio::readProperties(*pngFile)->value("Orientation", 0), 6);
-  EXPECT_EQ(test::pixelAt(imageio::decodeFile(*pngFile)->image, 5, 3), (std::array<int, 4>{200, 40, 10, 255}));
+  EXPECT_EQ(test::rgbAt(*imageio::decodeFile(*pngFile)->image, 5, 3), (std::array<int, 3>{200, 40, 10}));
 
   BVImage empty;
   EXPECT_FALSE(empty.writeToTemporaryPNGFile());

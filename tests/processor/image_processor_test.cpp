@@ -49,8 +49,8 @@ TEST(ImageProcessor, NoEnabledFilterRendersTheImageUnchanged) {
 TEST(ImageProcessor, DeferredResultsStayEngineImages) {
   BVImageProcessorOptions options;
   options.returnCIImage = true;
-  auto processor = BVImageProcessor::initWithFilters(recipe(Value::array({{{"type", "adjustment"}, {"contrast", 1.5}}})),
-                                                     options);
+  auto processor =
+      BVImageProcessor::initWithFilters(recipe(Value::array({{{"type", "adjustment"}, {"contrast", 1.5}}})), options);
   auto out = processor->process(solidImage(5, 5, {128, 128, 128, 255}));
   ASSERT_TRUE(out);
   EXPECT_EQ(out->backingStorage(), BVImage::kBackingStorageCoreImage);
@@ -75,7 +75,8 @@ TEST(ImageProcessor, PicturesBeyondTheContextLimitMoveToASoftwareContext) {
 
 TEST(ImageProcessor, JpegRunsWriteFilesAndReportFailures) {
   test::TempFolder folder;
-  auto processor = BVImageProcessor::initWithFilters(recipe(Value::array({{{"type", "adjustment"}, {"exposure", 1.0}}})));
+  auto processor =
+      BVImageProcessor::initWithFilters(recipe(Value::array({{{"type", "adjustment"}, {"exposure", 1.0}}})));
   std::string path = folder.path("out.jpg");
   ASSERT_TRUE(processor->processAsJPEG(solidImage(8, 8, {60, 60, 60, 255}), path));
   auto written = BVImage::initWithContentsOfFile(path);
@@ -106,7 +107,7 @@ TEST(ImageProcessor, FileRunsWriteTheUprightPictureInTheFormatOfTheName) {
   ASSERT_TRUE(written);
   ASSERT_EQ(written->image->width(), 2u);
   ASSERT_EQ(written->image->height(), 4u);
-  EXPECT_EQ(test::pixelAt(written->image, 1, 0)[0], 255);  // the stored left column is now the top row
+  EXPECT_EQ(test::rgbAt(*written->image, 1, 0)[0], 255);  // the stored left column is now the top row
   EXPECT_EQ(written->properties["Orientation"], 1);
   for (std::string name : {"missing/out.png", "out.gif"}) {
     BVFileOutputFailure failure;
@@ -139,7 +140,8 @@ TEST(ChainStep, OverlaysBlendsAndMasksGetTheirInputs) {
   EXPECT_EQ(mask->valueForKey("inputImage"), CIValue(picture));
   test::LogCapture log;
   EXPECT_EQ(CIImageWithBVFilters(nullptr, {}, {1, 1}), nullptr);
-  EXPECT_EQ(log.lines, std::vector<std::string>{"[BVUtilities] CIImageWithBVFilters cannot chain with a nil image input."});
+  EXPECT_EQ(log.lines,
+            std::vector<std::string>{"[BVUtilities] CIImageWithBVFilters cannot chain with a nil image input."});
 }
 
 TEST(ChainStep, OpacityFadesTowardsThePictureFromBeforeTheFilter) {
@@ -149,18 +151,22 @@ TEST(ChainStep, OpacityFadesTowardsThePictureFromBeforeTheFilter) {
   auto op = [](std::string_view name, const CIFilterParameters& p = {}) { return CIFilter::filterWithName(name, p); };
   auto half = [&] { return op("BVAlphaCIFilter", {{"inputAlpha", 0.5}}); };
   auto over = [](const CIImageRef& top, const CIImageRef& bottom) { return top->imageByCompositingOverImage(bottom); };
-  auto fade = [&](const CIImageRef& image) { return image->imageByApplyingFilter("BVAlphaCIFilter", {{"inputAlpha", 0.5}}); };
+  auto fade = [&](const CIImageRef& image) {
+    return image->imageByApplyingFilter("BVAlphaCIFilter", {{"inputAlpha", 0.5}});
+  };
   auto render = [&](const CIImageRef& image) { return test::renderFloat(image, rect, test::unmanaged()); };
   auto inverted = picture->imageByApplyingFilter("CIColorInvert");
   // [effect, alpha]: the faded effect over the picture.
-  EXPECT_EQ(render(CIImageWithCIFilters(picture, {op("CIColorInvert"), half()})), render(over(fade(inverted), picture)));
+  EXPECT_EQ(render(CIImageWithCIFilters(picture, {op("CIColorInvert"), half()})),
+            render(over(fade(inverted), picture)));
   // [effect, alpha, blend]: the blend of the faded effect over the picture.
   auto blended = CIImageWithCIFilters(picture, {op("CIColorInvert"), half(), op("CIMultiplyBlendMode")});
-  EXPECT_EQ(render(blended), render(fade(inverted)->imageByApplyingFilter("CIMultiplyBlendMode",
-                                                                          {{"inputBackgroundImage", picture}})));
+  EXPECT_EQ(render(blended),
+            render(fade(inverted)->imageByApplyingFilter("CIMultiplyBlendMode", {{"inputBackgroundImage", picture}})));
   // [effect, alpha, effect2]: the faded effect is laid over the picture first, then effect2 runs on it.
   auto then = CIImageWithCIFilters(picture, {op("CIColorInvert"), half(), op("CIExposureAdjust", {{"inputEV", 1.0}})});
-  EXPECT_EQ(render(then), render(over(fade(inverted), picture)->imageByApplyingFilter("CIExposureAdjust", {{"inputEV", 1.0}})));
+  EXPECT_EQ(render(then),
+            render(over(fade(inverted), picture)->imageByApplyingFilter("CIExposureAdjust", {{"inputEV", 1.0}})));
 }
 
 }  // namespace

@@ -11,8 +11,8 @@ namespace {
 TEST(CurveCommand, PrintsEachChannelsPointsAndRefusesOtherFiles) {
   test::TempFolder folder;
   // Master and blue straight, red lifted at the bottom through (100, 140), green straight.
-  folder.write("lift.acv", {0, 4, 0, 4, 0, 2, 0, 0, 0, 0, 0, 255, 0, 255, 0, 3, 0, 10, 0, 0, 0, 140, 0, 100, 0, 255, 0, 255,
-                            0, 2, 0, 0, 0, 0, 0, 255, 0, 255, 0, 2, 0, 0, 0, 0, 0, 255, 0, 255});
+  folder.write("lift.acv", {0, 4,   0, 4,   0, 2, 0, 0, 0, 0, 0, 255, 0, 255, 0, 3, 0, 10, 0, 0, 0, 140, 0, 100,
+                            0, 255, 0, 255, 0, 2, 0, 0, 0, 0, 0, 255, 0, 255, 0, 2, 0, 0,  0, 0, 0, 255, 0, 255});
   auto shown = test::runCli("curve " + folder.path("lift.acv"));
   EXPECT_EQ(shown.status, 0);
   EXPECT_EQ(shown.out,
@@ -23,8 +23,7 @@ TEST(CurveCommand, PrintsEachChannelsPointsAndRefusesOtherFiles) {
   auto plot = BVImage::initWithContentsOfFile(folder.path("plot.png"))->CGImage();
   ASSERT_EQ(plot->width(), 510u);
   auto rgbAt = [&](size_t x, size_t y) {  // y counted from the bottom, as the curves run
-    auto p = test::pixelAt(plot, x, 509 - y);
-    return std::array<int, 3>{p[0], p[1], p[2]};
+    return test::rgbAt(*plot, x, 509 - y);
   };
   EXPECT_EQ(rgbAt(400, 60), (std::array<int, 3>{255, 255, 255}));
   EXPECT_LT(rgbAt(300, 300)[1], 100);  // on the diagonal

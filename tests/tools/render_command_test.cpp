@@ -41,9 +41,11 @@ class RenderCommand : public ::testing::Test {
     imageio::writeFileAtomically(file(name), bytes);
     return file(name);
   }
+  // The picture of a file as 8-bit RGBA, whatever layout the file holds.
   static CGImageRef load(const std::string& path) {
-    auto image = BVImage::initWithContentsOfFile(path);
-    return image ? image->CGImage() : nullptr;
+    auto image = BVImage::initWithContentsOfFile(path, Value{{"storageAPI", "coreImage"}});
+    CIImageRef engine = image ? image->CIImage() : nullptr;
+    return engine ? CIContext::context()->createCGImage(engine, engine->extent()) : nullptr;
   }
   static double meanDifference(const CGImageRef& a, const CGImageRef& b) {
     double sum = 0;
@@ -183,6 +185,33 @@ TEST_F(RenderCommand, OutputsKeepThePictureSizeAndNoFrame) {
       for (size_t y : {size_t(0), size_t(31)})
         EXPECT_NEAR(test::pixelAt(out, x, y)[1], test::pixelAt(plain, x, y)[1], 12) << x << "," << y;
   }
+}
+
+// Same-named inputs of two folders would overwrite each other's output: the batch is refused.
+// With --strict, a picture whose recipe names a missing file fails instead of shipping without it.
+TEST_F(RenderCommand, ClashingBatchesAndStrictRuns) {
+  fs::create_directories(file("one"));
+  fs::create_directories(file("two"));
+  fs::create_directories(file("out"));
+  fs::copy_file(picture("p.png"), file("one/p.png"));
+  fs::copy_file(picture("p.png"), file("two/p.png"));
+  auto clash = test::runCli("render " + write("id.json", "[]") + " " + file("one/p.png") + " " + file("two/p.png") +
+                            " -o " + file("out"));
+  EXPECT_EQ(clash.status, 2);
+  EXPECT_NE(clash.out.find("would both be written to"), std::string::npos) << clash.out;
+  EXPECT_TRUE(fs::is_empty(file("out")));
+
+  const std::string lost = write("lost.json", R"([{"type": "image", "imageName": "lost"}])");
+  EXPECT_EQ(test::runCli("render " + lost + " " + file("one/p.png") + " -o " + file("out/a.png")).status, 0);
+  auto strict = test::runCli("render " + lost + " " + file("one/p.png") + " -o " + file("out/b.png") + " --strict");
+  EXPECT_EQ(strict.status, 1);
+  EXPECT_NE(strict.out.find("brenvia: " + file("one/p.png") + ": the recipe or its files had problems"),
+            std::string::npos)
+      << strict.out;
+  EXPECT_EQ(
+      test::runCli("render " + file("id.json") + " " + file("one/p.png") + " -o " + file("out/c.png") + " --strict")
+          .status,
+      0);
 }
 
 TEST_F(RenderCommand, UnknownTypesLogAndTheRestStillRenders) {

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "messages.h"
 
 #include "platform/imageio/image_io.h"
 
@@ -22,6 +23,7 @@ void stopCleanly(int signal) {
 
 int main(int argc, char** argv) {
   for (int stop : {SIGINT, SIGTERM, SIGHUP}) std::signal(stop, stopCleanly);
+  brenvia::cli::countLogLines();
   CLI::App app{"Brenvia: filter recipes applied to pictures"};
   app.require_subcommand(1);
   brenvia::cli::addRenderCommand(app);

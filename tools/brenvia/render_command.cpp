@@ -20,6 +20,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <mutex>
 
 namespace brenvia::cli {
@@ -41,6 +42,7 @@ struct RenderSettings {
   std::string randomizationPath;
   bool coreGraphics = false;
   bool allowOutsideAssets = false;
+  bool strict = false;
   CanvasOptions canvas;
 };
 
@@ -125,10 +127,15 @@ bool renderPicture(const RenderSettings& s, const Value& recipe, const std::stri
 }
 
 // renderPicture, with whatever it throws reported as the input's failure, so that a batch goes on.
+// With --strict, a picture whose run logged a problem (a missing picture, a bad value) fails too.
 bool renderOne(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
                int threads, std::shared_ptr<BVRandomization> randomization) {
   try {
-    return renderPicture(s, recipe, input, output, threads, std::move(randomization));
+    const size_t logged = logLinesOnThisThread();
+    if (!renderPicture(s, recipe, input, output, threads, std::move(randomization))) return false;
+    if (!s.strict || logLinesOnThisThread() == logged) return true;
+    fail(input, "the recipe or its files had problems (see above), and --strict is given");
+    return false;
   } catch (const std::bad_alloc&) {
     fail(input, "out of memory");
   } catch (const std::exception& e) {
@@ -147,6 +154,16 @@ std::vector<fs::path> outputPaths(const RenderSettings& s) {
     paths.push_back(fs::path(s.output) / name);
   }
   return paths;
+}
+
+// Two inputs whose outputs (and so stored draws, kept by file name) would share a name, by index.
+std::optional<std::pair<size_t, size_t>> firstClash(const std::vector<fs::path>& outputs) {
+  std::map<std::string, size_t> seen;
+  for (size_t i = 0; i < outputs.size(); ++i) {
+    auto [at, added] = seen.emplace(outputs[i].string(), i);
+    if (!added) return std::pair(at->second, i);
+  }
+  return std::nullopt;
 }
 
 int run(const RenderSettings& s) {
@@ -173,6 +190,11 @@ int run(const RenderSettings& s) {
   std::vector<std::shared_ptr<BVRandomization>> randomizations;
   for (const auto& input : s.inputs) randomizations.push_back(stored ? stored->forInput(input) : nullptr);
   const std::vector<fs::path> outputs = outputPaths(s);
+  if (auto clash = firstClash(outputs)) {
+    fail(s.output, "`" + s.inputs[clash->first] + "` and `" + s.inputs[clash->second] + "` would both be written to `" +
+                       outputs[clash->first].string() + "`");
+    return 2;
+  }
   const unsigned threads = s.threads > 0 ? unsigned(s.threads) : BVExecutorConcurrency();
   // One picture uses every thread; a batch renders one picture per thread.
   const unsigned workers = std::min<unsigned>(threads, unsigned(s.inputs.size()));
@@ -234,6 +256,9 @@ void addRenderCommand(CLI::App& app) {
   addCanvasOptions(*cmd, settings->canvas);
   cmd->add_flag("--allow-outside-assets", settings->allowOutsideAssets,
                 "Let the recipe name files outside the asset folder (absolute names, .., links); for trusted recipes");
+  cmd->add_flag(
+      "--strict", settings->strict,
+      "Fail a picture whose run logs a problem with the recipe or its files (a missing picture, a bad value)");
   cmd->add_flag("--cg", settings->coreGraphics, "Draw the filters on a bitmap context instead of the image engine");
   cmd->callback([settings] { setExitStatus(run(*settings)); });
 }

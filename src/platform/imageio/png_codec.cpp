@@ -33,8 +33,8 @@ struct Target {
 
 Target chooseTarget(const spng_ihdr& h, bool hasTRNS) {
   bool deep = h.bit_depth == 16;
-  bool alpha = h.color_type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA || h.color_type == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA ||
-               hasTRNS;
+  bool alpha =
+      h.color_type == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA || h.color_type == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA || hasTRNS;
   if (alpha) {
     return deep ? Target{CGPixelFormat::RGBA16, SPNG_FMT_RGBA16, SPNG_DECODE_TRNS}
                 : Target{CGPixelFormat::RGBA8, SPNG_FMT_RGBA8, SPNG_DECODE_TRNS};
@@ -171,7 +171,8 @@ bool encodePNG(const CGImage& image, const EncodeOptions& options, std::vector<u
     return false;
   }
   OutputColor color = chooseOutputColor(image);
-  bool alpha = CGPixelFormatHasAlpha(image.format());
+  // An opaque picture needs no alpha channel, whatever its bitmap holds.
+  bool alpha = hasVisibleAlpha(image);
   bool deep = options.sixteenBit && hasDeepSamples(image.format());
   RowLayout layout = color.gray ? (deep ? RowLayout::Gray16 : RowLayout::Gray8)
                      : alpha    ? (deep ? RowLayout::RGBA16 : RowLayout::RGBA8)
