@@ -255,7 +255,7 @@ TEST_F(RenderCommand, InfoDescribesThePicture) {
   auto result = test::runCli("info " + file("turned.jpg"));
   ASSERT_EQ(result.status, 0);
   EXPECT_EQ(result.out,
-            "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: kCGColorSpaceSRGB\ndepth: no\nmatte: no\n");
+            "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: sRGB\ndepth: no\nmatte: no\n");
   EXPECT_EQ(test::runCli("info " + file("missing.png")).status, 1);
 }
 
@@ -309,7 +309,7 @@ TEST_F(RenderCommand, InfoReadsHeifWithItsDepthMap) {
   auto result = test::runCli("info " + file("portrait.heic"));
   ASSERT_EQ(result.status, 0);
   EXPECT_EQ(result.out,
-            "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: kCGColorSpaceSRGB\ndepth: yes\nmatte: no\n");
+            "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: sRGB\ndepth: yes\nmatte: no\n");
   std::ofstream(file("broken.webp")) << "RIFF\x10\0\0\0WEBPVP8 garbage";
   EXPECT_EQ(test::runCli("info " + file("broken.webp")).status, 1);
 }

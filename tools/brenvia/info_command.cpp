@@ -7,9 +7,32 @@
 #include <nlohmann/json.hpp>
 
 #include <iostream>
+#include <map>
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace brenvia::cli {
+
+namespace {
+
+// The colour space as people name it. Other RGB profiles never reach here: they are converted to
+// sRGB as the picture is read.
+std::string readableName(const CGColorSpaceRef& space) {
+  static const std::map<std::string_view, std::string_view> kNames{
+      {kCGColorSpaceSRGB, "sRGB"},
+      {kCGColorSpaceDisplayP3, "Display P3"},
+      {kCGColorSpaceLinearSRGB, "linear sRGB"},
+      {kCGColorSpaceExtendedSRGB, "extended sRGB"},
+      {kCGColorSpaceExtendedLinearSRGB, "extended linear sRGB"},
+      {kCGColorSpaceGenericGrayGamma2_2, "grey, gamma 2.2"},
+  };
+  if (!space) return "none";
+  if (auto known = kNames.find(space->name()); known != kNames.end()) return std::string(known->second);
+  return space->model() == CGColorSpaceModel::Monochrome ? "grey" : "sRGB";
+}
+
+}  // namespace
 
 void addInfoCommand(CLI::App& app) {
   auto path = std::make_shared<std::string>();
@@ -30,7 +53,7 @@ void addInfoCommand(CLI::App& app) {
     std::cout << "size: " << size.width << " x " << size.height << '\n'
               << "orientation: " << picture->EXIFOrientation() << " (shown " << shown.width << " x " << shown.height
               << ")\n"
-              << "colour space: " << (space ? space->name() : "none") << '\n'
+              << "colour space: " << readableName(space) << '\n'
               << "depth: " << (picture->disparityImageStorage() ? "yes" : "no") << '\n'
               << "matte: " << (picture->portraitMatteImageStorage() ? "yes" : "no") << '\n';
   });
