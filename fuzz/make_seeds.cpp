@@ -112,9 +112,10 @@ std::vector<uint8_t> libspngFile(uint8_t colorType, uint8_t depth, bool interlac
     trns.type3_alpha[1] = 90;
     spng_set_trns(ctx, &trns);
   }
-  int channels = colorType == SPNG_COLOR_TYPE_TRUECOLOR ? 3 : colorType == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA ? 2
-                 : colorType == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA                                           ? 4
-                                                                                                          : 1;
+  int channels = colorType == SPNG_COLOR_TYPE_TRUECOLOR         ? 3
+                 : colorType == SPNG_COLOR_TYPE_GRAYSCALE_ALPHA ? 2
+                 : colorType == SPNG_COLOR_TYPE_TRUECOLOR_ALPHA ? 4
+                                                                : 1;
   size_t rowBytes = (w * channels * depth + 7) / 8;
   std::vector<uint8_t> pixels(rowBytes * h);
   for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * 29);
@@ -138,6 +139,27 @@ std::vector<uint8_t> losslessWebP() {
   std::vector<uint8_t> bytes(out, out + size);
   WebPFree(out);
   return bytes;
+}
+
+// A one-strip deflated TIFF of `samples` grey samples a pixel (2: grey and straight alpha), the
+// layouts behind a slow read and a wrong alpha found before.
+void libtiffStrip(const std::filesystem::path& path, uint32_t height, uint16_t samples) {
+  std::filesystem::create_directories(path.parent_path());
+  TIFF* tiff = TIFFOpen(path.c_str(), "w");
+  if (!tiff) return;
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, 24);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
+  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+  TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, height);
+  TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+  std::vector<uint16_t> extra(size_t(samples - 1), EXTRASAMPLE_UNASSALPHA);
+  TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, uint16_t(extra.size()), extra.data());
+  std::vector<uint8_t> data(size_t(24) * height * samples, 100);
+  TIFFWriteEncodedStrip(tiff, 0, data.data(), tmsize_t(data.size()));
+  TIFFClose(tiff);
 }
 
 // A 20 x 18 TIFF through libtiff: 8-bit RGB in 16 x 16 tiles, or 4-bit palette strips.
@@ -201,14 +223,24 @@ void writeRecipeSeeds() {
       {{{"type", "adjustment"},
         {"exposure", 0.1},
         {"filterFrequency", 0.5},
-        {"random", {{{"keyPath", "exposure"}, {"minimum", -1}, {"maximum", 1}},
-                    {{"keyPath", "hue"}, {"values", {0, 0.5, 1}}}}},
+        {"random",
+         {{{"keyPath", "exposure"}, {"minimum", -1}, {"maximum", 1}}, {{"keyPath", "hue"}, {"values", {0, 0.5, 1}}}}},
         {"sliderInput", {{{"keyPath", "saturation"}, {"minimum", 0}, {"maximum", 2}}}}},
        {{"type", "image"},
         {"mask", {{"center", {{"x", 0}}}}},
         {"sliderInput", {{"keyPath", "mask.center.x"}, {"minimum", -0.5}, {"maximum", 0.5}}}}});
   std::string text = moving.dump();
   save("recipe", "moving.json", std::vector<uint8_t>(text.begin(), text.end()));
+  // Hostile shapes found before: wrong types, inverted ranges, huge radii, deep nesting.
+  const std::string hostile[][2] = {
+      {"types.json", R"([{"type": "adjustment", "exposure": "0.5", "enabled": "false", "alpha": [1]}, 42, null])"},
+      {"inverted.json",
+       R"([{"type": "adjustment", "random": [{"keyPath": "exposure", "minimum": 5, "maximum": -5}]}])"},
+      {"radius.json", R"([{"type": "unsharp", "radius": 1e9, "intensity": 1}])"},
+      {"deep.json",
+       "[{\"type\": \"adjustment\", \"exposure\": " + std::string(100, '[') + "1" + std::string(100, ']') + "}]"},
+  };
+  for (const auto& [name, body] : hostile) save("recipe", name, std::vector<uint8_t>(body.begin(), body.end()));
 }
 
 }  // namespace
@@ -216,8 +248,8 @@ void writeRecipeSeeds() {
 // An ACV file: version 4, the four curves with a few (y, x) points each, big-endian.
 void writeCurveSeeds() {
   std::vector<uint8_t> acv = {0, 4, 0, 4};
-  const std::vector<std::vector<int>> curves = {{0, 0, 255, 255}, {10, 0, 140, 100, 250, 255}, {0, 0, 255, 255},
-                                                {30, 0, 200, 128, 255, 240}};
+  const std::vector<std::vector<int>> curves = {
+      {0, 0, 255, 255}, {10, 0, 140, 100, 250, 255}, {0, 0, 255, 255}, {30, 0, 200, 128, 255, 240}};
   for (const auto& points : curves) {
     acv.insert(acv.end(), {0, uint8_t(points.size() / 2)});
     for (int v : points) acv.insert(acv.end(), {uint8_t(v >> 8), uint8_t(v)});
@@ -275,6 +307,8 @@ int main(int argc, char** argv) {
   save("webp", "lossless.webp", losslessWebP());
   libtiffFile(gFolder / "tiff" / "tiled.tif", true);
   libtiffFile(gFolder / "tiff" / "palette.tif", false);
+  libtiffStrip(gFolder / "tiff" / "grey-alpha.tif", 16, 2);
+  libtiffStrip(gFolder / "tiff" / "many-samples.tif", 4096, 65);
   save("jpeg", "progressive.jpg", libjpegFile(kProgressive));
   save("jpeg", "arithmetic.jpg", libjpegFile(kArithmetic));
   save("jpeg", "restarts.jpg", libjpegFile(kRestarts));
