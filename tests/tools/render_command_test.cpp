@@ -145,7 +145,10 @@ TEST_F(RenderCommand, BadRecipesAndInputsFailCleanly) {
   EXPECT_EQ(broken.out, "brenvia: " + file("bad.json") + ": not valid JSON\n");
   auto missing = test::runCli("render " + write("id.json", "[]") + " " + file("nope.jpg") + " -o " + out);
   EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.out.find("brenvia: " + file("nope.jpg") + ": cannot read the picture"), std::string::npos);
+  // The library's reason is folded into the one line that names the input.
+  EXPECT_NE(missing.out.find("brenvia: " + file("nope.jpg") + ": cannot read the picture: No such file"),
+            std::string::npos)
+      << missing.out;
   // A large picture whose damage shows only after rendering has begun.
   std::vector<uint8_t> large;
   imageio::encodeJPEG(*test::noiseBitmap(1200, 900), {}, large);
@@ -254,8 +257,7 @@ TEST_F(RenderCommand, InfoDescribesThePicture) {
   imageio::writeFileAtomically(file("turned.jpg"), bytes);
   auto result = test::runCli("info " + file("turned.jpg"));
   ASSERT_EQ(result.status, 0);
-  EXPECT_EQ(result.out,
-            "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: sRGB\ndepth: no\nmatte: no\n");
+  EXPECT_EQ(result.out, "size: 40 x 30\norientation: 6 (shown 30 x 40)\ncolour space: sRGB\ndepth: no\nmatte: no\n");
   EXPECT_EQ(test::runCli("info " + file("missing.png")).status, 1);
 }
 
@@ -308,8 +310,7 @@ TEST_F(RenderCommand, InfoReadsHeifWithItsDepthMap) {
                                imageio::testing::heifWithAuxiliary(64, 48, imageio::testing::kDepthAuxType));
   auto result = test::runCli("info " + file("portrait.heic"));
   ASSERT_EQ(result.status, 0);
-  EXPECT_EQ(result.out,
-            "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: sRGB\ndepth: yes\nmatte: no\n");
+  EXPECT_EQ(result.out, "size: 64 x 48\norientation: 1 (shown 64 x 48)\ncolour space: sRGB\ndepth: yes\nmatte: no\n");
   std::ofstream(file("broken.webp")) << "RIFF\x10\0\0\0WEBPVP8 garbage";
   EXPECT_EQ(test::runCli("info " + file("broken.webp")).status, 1);
 }

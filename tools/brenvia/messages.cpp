@@ -9,6 +9,7 @@ namespace brenvia::cli {
 namespace {
 
 thread_local size_t tLogLines = 0;
+thread_local std::string tLastLine;
 
 }  // namespace
 
@@ -19,6 +20,7 @@ void fail(std::string_view what, std::string_view why) {
 void countLogLines() {
   BVSetLogHandler([](std::string_view line) {
     ++tLogLines;
+    tLastLine = line;
     std::string whole(line);
     whole.push_back('\n');
     std::fwrite(whole.data(), 1, whole.size(), stderr);
@@ -26,5 +28,10 @@ void countLogLines() {
 }
 
 size_t logLinesOnThisThread() { return tLogLines; }
+
+std::string readFailureOnThisThread(std::string_view path) {
+  const std::string prefix = "[ImageIO] Could not read `" + std::string(path) + "`: ";
+  return tLastLine.starts_with(prefix) ? tLastLine.substr(prefix.size()) : std::string();
+}
 
 }  // namespace brenvia::cli

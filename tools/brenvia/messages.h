@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace brenvia::cli {
@@ -13,5 +14,8 @@ void fail(std::string_view what, std::string_view why);
 void countLogLines();
 // The lines logged on the calling thread so far, for telling whether a run had problems.
 size_t logLinesOnThisThread();
+// Why the library could not read `path`, from its last log line on the calling thread
+// ("[ImageIO] Could not read `path`: why"); empty when it gave none.
+std::string readFailureOnThisThread(std::string_view path);
 
 }  // namespace brenvia::cli

@@ -99,7 +99,8 @@ bool renderPicture(const RenderSettings& s, const Value& recipe, const std::stri
   // A crop is given in pixels of the whole picture, so a picture with canvas options is decoded whole.
   auto picture = BVImageProcessor::pictureWithContentsOfFile(input, s.canvas.any() ? 0 : size_t(s.maxSize));
   if (!picture) {
-    fail(input, "cannot read the picture");
+    const std::string why = readFailureOnThisThread(input);
+    fail(input, why.empty() ? "cannot read the picture" : "cannot read the picture: " + why);
     return false;
   }
   if (s.canvas.any()) {
