@@ -109,6 +109,8 @@ void sampleBilinearWide(const PlanarView& src, const float* sx, const float* sy,
 HWY_EXPORT(SampleBilinear);
 
 void sampleBilinear(const PlanarView& src, const float* sx, const float* sy, Span& out) {
+  // Lanes that read nothing still gather at offset 0, which an empty buffer does not have.
+  if (src.rect.empty()) return out.clear();
   if (src.stride * size_t(src.rect.h) > size_t(std::numeric_limits<int32_t>::max())) {
     return sampleBilinearWide(src, sx, sy, out);
   }
