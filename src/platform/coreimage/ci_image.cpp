@@ -143,8 +143,7 @@ CIImageRef CIImage::imageByApplyingOrientation(int orientation) const {
   return imageByApplyingTransform(t);
 }
 
-CIImageRef CIImage::kernelNode(Kind kind, std::shared_ptr<const void> kernel, std::vector<CIImageRef> inputs,
-                               const CGRect& extent) {
+CIImageRef CIImage::kernelNode(Kind kind, ci::KernelRef kernel, std::vector<CIImageRef> inputs, const CGRect& extent) {
   if (CGRectIsEmpty(extent)) return emptyImage();
   auto node = std::make_shared<CIImage>(kind, extent);
   node->kernel_ = std::move(kernel);

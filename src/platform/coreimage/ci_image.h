@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace brenvia {
@@ -17,6 +18,10 @@ class PointKernel;
 class WarpKernel;
 class RegionKernel;
 class WholeImageKernel;
+
+// The kernel of an operation node, of the node's kind; nothing for sources, transforms and crops.
+using KernelRef = std::variant<std::monostate, std::shared_ptr<const PointKernel>, std::shared_ptr<const WarpKernel>,
+                               std::shared_ptr<const RegionKernel>, std::shared_ptr<const WholeImageKernel>>;
 }  // namespace ci
 
 using CIFilterParameters = std::map<std::string, CIValue, std::less<>>;
@@ -33,9 +38,9 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   // Infinite extent, one colour everywhere.
   static CIImageRef imageWithColor(const CIColor& color);
   static CIImageRef emptyImage();
-  // A decoded picture file (JPEG, PNG, HEIF, WebP, TIFF), with its metadata as properties; orientation is not applied. A
-  // non-zero maxPixelSize lets the decoder give a smaller picture whose longer side is still at
-  // least that. Null (with one log line) when the file cannot be read.
+  // A decoded picture file (JPEG, PNG, HEIF, WebP, TIFF), with its metadata as properties; orientation is not applied.
+  // A non-zero maxPixelSize lets the decoder give a smaller picture whose longer side is still at least that. Null
+  // (with one log line) when the file cannot be read.
   static CIImageRef imageWithContentsOfFile(const std::string& path, size_t maxPixelSize = 0);
   static CIImageRef imageWithData(const std::vector<uint8_t>& data, size_t maxPixelSize = 0);
   // The disparity map or portrait matte stored beside the file's main picture (HEIF), untagged
@@ -78,7 +83,7 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   const CGAffineTransform& transform() const { return transform_; }
   // The crop rectangle (Crop) or the clamped extent (Clamp).
   const CGRect& rect() const { return rect_; }
-  const std::shared_ptr<const void>& kernel() const { return kernel_; }
+  const ci::KernelRef& kernel() const { return kernel_; }
 
   CIImage(Kind kind, const CGRect& extent);
   // Takes a chain of images apart in a loop: releasing inputs one inside the other would use the
@@ -87,8 +92,7 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
 
  private:
   CIImageRef self() const { return shared_from_this(); }
-  static CIImageRef kernelNode(Kind kind, std::shared_ptr<const void> kernel, std::vector<CIImageRef> inputs,
-                               const CGRect& extent);
+  static CIImageRef kernelNode(Kind kind, ci::KernelRef kernel, std::vector<CIImageRef> inputs, const CGRect& extent);
 
   Kind kind_;
   CGRect extent_;
@@ -99,7 +103,7 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   CIColor color_;
   CGAffineTransform transform_;
   CGRect rect_ = CGRectNull;
-  std::shared_ptr<const void> kernel_;
+  ci::KernelRef kernel_;
 };
 
 }  // namespace brenvia

@@ -1,6 +1,7 @@
 #include "test_support.h"
 
 #include "platform/coreimage/engine/kernel.h"
+#include "platform/foundation/check.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -37,7 +38,8 @@ class Add final : public ci::PointKernel {
  public:
   std::string_view name() const override { return "test add"; }
   void apply(Span& s, std::span<const Span* const> o, const ci::RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) s.r[i] += o[0]->r[i], s.g[i] += o[0]->g[i], s.b[i] += o[0]->b[i], s.a[i] += o[0]->a[i];
+    for (int i = 0; i < s.n; ++i)
+      s.r[i] += o[0]->r[i], s.g[i] += o[0]->g[i], s.b[i] += o[0]->b[i], s.a[i] += o[0]->a[i];
   }
 };
 
@@ -166,8 +168,8 @@ TEST(Graph, TransformsComposeAndOrientationMovesCorners) {
 // the crop still holds.
 TEST(Graph, FlatColoursFoldTheirColourSteps) {
   auto square = CIImage::imageWithColor(CIColor(0.2, 0.4, 0.6))->imageByCroppingToRect(CGRectMake(1, 1, 2, 2));
-  auto faded = square->imageByApplyingFilter("CIColorMatrix", {{"inputAVector", CIVector{0, 0, 0, 0.5}},
-                                                               {"inputBiasVector", CIVector{0.1, 0, 0, 0}}});
+  auto faded = square->imageByApplyingFilter(
+      "CIColorMatrix", {{"inputAVector", CIVector{0, 0, 0, 0.5}}, {"inputBiasVector", CIVector{0.1, 0, 0, 0}}});
   auto f = test::renderFloat(faded, CGRectMake(0, 0, 4, 4), test::unmanaged());
   const size_t inside = (1 * 4 + 2) * 4;
   EXPECT_NEAR(f[inside + 3], 0.5f, 1e-6);
@@ -185,6 +187,18 @@ TEST(Graph, EmptyAndInfiniteRectanglesGiveNoBitmap) {
   auto bitmap = context->createCGImage(red, CGRectMake(-3.5, 2, 5, 5));
   ASSERT_TRUE(bitmap);
   EXPECT_EQ(test::pixelAt(bitmap, 4, 4), (std::array<int, 4>{255, 0, 0, 255}));
+}
+
+// Broken engine invariants stop the process with the place and the condition, whatever the build.
+TEST(GraphDeathTest, BrokenInvariantsAbortWithTheirCondition) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(BV_CHECK(1 + 1 == 3), "engine_test.cpp:[0-9]+: check failed: 1 \\+ 1 == 3");
+  auto source = noise(8, 8);
+  const CGRect rect = source->extent();
+  auto wide = CIImage::makePoint(std::make_shared<Add>(), {source, source, source, source, source, source}, rect);
+  EXPECT_DEATH(test::renderFloat(wide, rect), "more inputs than its stage holds");
+  auto kernelless = CIImage::makePoint(nullptr, {source}, rect);
+  EXPECT_DEATH(test::renderFloat(kernelless, rect), "no kernel of its kind");
 }
 
 TEST(Registry, UnknownNamesAndKeys) {

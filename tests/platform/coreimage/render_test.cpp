@@ -25,7 +25,7 @@ TEST(ColorManagement, SRGBWorkingSpaceRoundTripsBytes) {
   options.workingColorSpace = CGColorSpaceCreateDeviceRGB();
   auto source = test::noiseBitmap(37, 23);
   auto out = CIContext::contextWithOptions(options)->createCGImage(CIImage::imageWithCGImage(source),
-                                                                  CGRectMake(0, 0, 37, 23), kCIFormatRGBA8, nullptr);
+                                                                   CGRectMake(0, 0, 37, 23), kCIFormatRGBA8, nullptr);
   ASSERT_TRUE(out);
   for (size_t y = 0; y < 23; ++y) {
     for (size_t x = 0; x < 37; ++x) {

@@ -3,6 +3,7 @@
 #include "platform/coreimage/engine/output_writer.h"
 #include "platform/coreimage/engine/stage.h"
 #include "platform/coreimage/engine/vector_clones.h"
+#include "platform/foundation/check.h"
 #include "platform/foundation/log.h"
 
 #include <tbb/enumerable_thread_specific.h>
@@ -55,9 +56,17 @@ Matrix compose(const Matrix& outer, const Matrix& inner) {
   return r;
 }
 
+// The kernel of an operation node, which must be of kind K.
+template <class K>
+const std::shared_ptr<const K>& kernelOf(const CIImage& image) {
+  const auto* kernel = std::get_if<std::shared_ptr<const K>>(&image.kernel());
+  BV_CHECK_MSG(kernel && *kernel, "an operation node holds no kernel of its kind");
+  return *kernel;
+}
+
 std::optional<Matrix> matrixOf(const CIImage& image) {
   if (image.kind() != CIImage::Kind::Point || image.inputs().size() != 1) return std::nullopt;
-  return std::static_pointer_cast<const PointKernel>(image.kernel())->premultipliedMatrix();
+  return kernelOf<PointKernel>(image)->premultipliedMatrix();
 }
 
 // Stages read their inputs row by row through nested calls, so the depth of the graph is bounded to
@@ -125,15 +134,9 @@ class Plan {
         bitmaps.push_back(image.bitmap());
         break;
       case CIImage::Kind::Point: stage = pointStage(image, inputs); break;
-      case CIImage::Kind::Warp:
-        stage = makeWarpStage(std::static_pointer_cast<const WarpKernel>(image.kernel()));
-        break;
-      case CIImage::Kind::Region:
-        stage = makeRegionStage(std::static_pointer_cast<const RegionKernel>(image.kernel()), env_);
-        break;
-      case CIImage::Kind::WholeImage:
-        stage = makeWholeImageStage(std::static_pointer_cast<const WholeImageKernel>(image.kernel()));
-        break;
+      case CIImage::Kind::Warp: stage = makeWarpStage(kernelOf<WarpKernel>(image)); break;
+      case CIImage::Kind::Region: stage = makeRegionStage(kernelOf<RegionKernel>(image), env_); break;
+      case CIImage::Kind::WholeImage: stage = makeWholeImageStage(kernelOf<WholeImageKernel>(image)); break;
       case CIImage::Kind::Transform: stage = makeTransformStage(image.transform()); break;
       case CIImage::Kind::Crop: stage = makeCropStage(image.rect()); break;
       case CIImage::Kind::Clamp: stage = makeClampStage(image.rect()); break;
@@ -143,6 +146,7 @@ class Plan {
       ++built->consumers;
       stage->inputs.push_back(built);
     }
+    BV_CHECK_MSG(stage->inputs.size() <= stage->maxInputs(), "an operation has more inputs than its stage holds");
     return memo_[&image] = add(std::move(stage), image.extent());
   }
 
@@ -158,7 +162,7 @@ class Plan {
   // overlay colour faded by an opacity step so costs nothing per pixel.
   Stage* foldedFlatColour(const CIImage& image) {
     if (image.kind() != CIImage::Kind::Point || image.inputs().size() != 1) return nullptr;
-    const auto kernel = std::static_pointer_cast<const PointKernel>(image.kernel());
+    const auto& kernel = kernelOf<PointKernel>(image);
     if (!kernel->isPerPixel()) return nullptr;
     const CIImage* input = image.inputs()[0].get();
     const CIImage* crop = input->kind() == CIImage::Kind::Crop ? input : nullptr;
@@ -181,7 +185,7 @@ class Plan {
 
   // Runs of affine colour maps fold into one matrix stage.
   std::unique_ptr<Stage> pointStage(const CIImage& image, std::vector<const CIImage*>& inputs) {
-    auto kernel = std::static_pointer_cast<const PointKernel>(image.kernel());
+    const auto& kernel = kernelOf<PointKernel>(image);
     std::optional<Matrix> m = matrixOf(image);
     if (!m || !matrixOf(*inputs[0])) return makePointStage(kernel, env_);
     const CIImage* source = inputs[0];

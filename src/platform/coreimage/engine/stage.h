@@ -3,6 +3,7 @@
 #include "platform/coreimage/engine/kernel.h"
 #include "platform/graphics/cg_image.h"
 
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -25,6 +26,8 @@ class Stage {
   // so that the same pixels are not computed twice.
   void read(Span& s, TileState& ts) const;
 
+  // The most inputs the stage reads; the plan holds every stage to it.
+  virtual size_t maxInputs() const { return std::numeric_limits<size_t>::max(); }
   // The part of input i that output rectangle r reads.
   virtual PixelRect inputRoi(int i, const PixelRect& r) const { return r; }
   // Whole-image stages are computed before the tiles; their inputs take no part in tile passes.

@@ -1,5 +1,6 @@
 #include "platform/coreimage/engine/sampling.h"
 #include "platform/coreimage/engine/stage.h"
+#include "platform/foundation/check.h"
 
 #include <cmath>
 
@@ -47,10 +48,11 @@ class PointStage final : public Stage {
  public:
   PointStage(std::shared_ptr<const PointKernel> kernel, const RenderEnv& env) : kernel_(std::move(kernel)), env_(env) {}
 
+  size_t maxInputs() const override { return 1 + kMaxOthers; }
   void row(Span& s, TileState& ts) const override {
     if (!inputs.empty()) inputs[0]->read(s, ts);
-    const Span* others[4] = {};
-    size_t count = std::min<size_t>(inputs.size() > 0 ? inputs.size() - 1 : 0, 4);
+    const Span* others[kMaxOthers] = {};
+    const size_t count = inputs.empty() ? 0 : inputs.size() - 1;
     for (size_t k = 0; k < count; ++k) {
       Span& t = ts.span(id, k + 1);
       t.x = s.x;
@@ -64,6 +66,7 @@ class PointStage final : public Stage {
   }
 
  private:
+  static constexpr size_t kMaxOthers = 4;
   std::shared_ptr<const PointKernel> kernel_;
   RenderEnv env_;
 };
@@ -353,11 +356,12 @@ class RegionStage final : public Stage {
       : kernel_(std::move(kernel)), env_(env) {}
 
   PixelRect inputRoi(int i, const PixelRect& r) const override { return kernel_->roi(i, r); }
+  size_t maxInputs() const override { return kMaxInputs; }
   bool needsPrepare() const override { return true; }
   void prepare(TileState& ts) const override {
     const PixelRect roi = ts.slots[size_t(id)].roi;
-    const PlanarView* views[8] = {};
-    size_t count = std::min<size_t>(inputs.size(), 8);
+    const PlanarView* views[kMaxInputs] = {};
+    const size_t count = inputs.size();
     for (size_t k = 0; k < count; ++k) {
       PlanarBuffer& buffer = ts.buffer(id, k + 1);
       buffer.reset(kernel_->roi(int(k), roi));
@@ -371,6 +375,7 @@ class RegionStage final : public Stage {
   void row(Span& s, TileState& ts) const override { ts.buffer(id, 0).view().read(s); }
 
  private:
+  static constexpr size_t kMaxInputs = 8;
   std::shared_ptr<const RegionKernel> kernel_;
   RenderEnv env_;
 };
@@ -425,9 +430,11 @@ std::unique_ptr<Stage> makeWholeImageStage(std::shared_ptr<const WholeImageKerne
   return std::make_unique<WholeImageStage>(std::move(kernel));
 }
 void setWholeImageResult(Stage& stage, std::shared_ptr<const RowSource> rows) {
+  BV_CHECK(stage.isWholeImage());
   static_cast<WholeImageStage&>(stage).rows_ = std::move(rows);
 }
 const WholeImageKernel& wholeImageKernel(const Stage& stage) {
+  BV_CHECK(stage.isWholeImage());
   return *static_cast<const WholeImageStage&>(stage).kernel_;
 }
 
