@@ -43,6 +43,19 @@ class Add final : public ci::PointKernel {
   }
 };
 
+// Reads an input it was not given.
+class ReadsASecondInput final : public ci::WholeImageKernel {
+ public:
+  std::string_view name() const override { return "test second input"; }
+  PixelRect roi(int, const PixelRect& out) const override { return out; }
+  std::shared_ptr<const ci::RowSource> compute(const ci::BandRenderer& input, const PixelRect& rect,
+                                               const ci::RenderEnv&) const override {
+    ci::PlanarBuffer buffer(rect);
+    input(1, rect, buffer.view());
+    return nullptr;
+  }
+};
+
 // The mean of its input over everything the render needs, counted per computation.
 class MeanOfInput final : public ci::WholeImageKernel {
  public:
@@ -199,6 +212,8 @@ TEST(GraphDeathTest, BrokenInvariantsAbortWithTheirCondition) {
   EXPECT_DEATH(test::renderFloat(wide, rect), "more inputs than its stage holds");
   auto kernelless = CIImage::makePoint(nullptr, {source}, rect);
   EXPECT_DEATH(test::renderFloat(kernelless, rect), "no kernel of its kind");
+  auto reaching = CIImage::makeWholeImage(std::make_shared<ReadsASecondInput>(), {source}, rect);
+  EXPECT_DEATH(test::renderFloat(reaching, rect), "asks for an input it does not have");
 }
 
 TEST(Registry, UnknownNamesAndKeys) {

@@ -146,11 +146,15 @@ class Plan {
       ++built->consumers;
       stage->inputs.push_back(built);
     }
-    BV_CHECK_MSG(stage->inputs.size() <= stage->maxInputs(), "an operation has more inputs than its stage holds");
     return memo_[&image] = add(std::move(stage), image.extent());
   }
 
+  // Stages go in inputs first: tiles work out what each stage reads by walking the list backwards.
   Stage* add(std::unique_ptr<Stage> stage, const CGRect& extent) {
+    BV_CHECK_MSG(stage->inputs.size() <= stage->maxInputs(), "an operation has more inputs than its stage holds");
+    BV_CHECK_MSG(stage->inputs.size() >= stage->minInputs(), "an operation has fewer inputs than its stage reads");
+    for (const Stage* input : stage->inputs)
+      BV_CHECK(input->id < int(stages.size()) && stages[size_t(input->id)].get() == input);
     stage->extent = PixelRect::covering(extent);
     stage->id = int(stages.size());
     stages.push_back(std::move(stage));
@@ -209,6 +213,8 @@ void computeWholeImageStages(Plan& plan, const PixelRect& rect, const RenderEnv&
     const PixelRect roi = rois.slots[size_t(stage->id)].roi;
     if (!stage->isWholeImage() || roi.empty()) continue;
     BandRenderer band = [&plan, &stage](int input, const PixelRect& r, const PlanarView& into) {
+      BV_CHECK_MSG(input >= 0 && size_t(input) < stage->inputs.size(),
+                   "a whole-image kernel asks for an input it does not have");
       TileState ts = plan.newTileState();
       renderStage(plan.stages, *stage->inputs[size_t(input)], r, into, ts);
     };

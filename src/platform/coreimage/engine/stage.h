@@ -26,7 +26,8 @@ class Stage {
   // so that the same pixels are not computed twice.
   void read(Span& s, TileState& ts) const;
 
-  // The most inputs the stage reads; the plan holds every stage to it.
+  // How many inputs the stage reads; the plan holds every stage to it.
+  virtual size_t minInputs() const { return 0; }
   virtual size_t maxInputs() const { return std::numeric_limits<size_t>::max(); }
   // The part of input i that output rectangle r reads.
   virtual PixelRect inputRoi(int i, const PixelRect& r) const { return r; }

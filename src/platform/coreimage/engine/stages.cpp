@@ -23,12 +23,25 @@ bool spanInside(const Span& s, const PixelRect& extent) {
   return s.y >= extent.y && s.y < extent.maxY() && s.x >= extent.x && s.x + s.n <= extent.maxX();
 }
 
-class EmptyStage final : public Stage {
+// A stage that reads nothing (flat colours, the empty image).
+class SourcelessStage : public Stage {
+ public:
+  size_t maxInputs() const override { return 0; }
+};
+
+// A stage that reads exactly one input (crops, clamps, transforms).
+class OneInputStage : public Stage {
+ public:
+  size_t minInputs() const override { return 1; }
+  size_t maxInputs() const override { return 1; }
+};
+
+class EmptyStage final : public SourcelessStage {
  public:
   void row(Span& s, TileState&) const override { s.clear(); }
 };
 
-class ColorStage final : public Stage {
+class ColorStage final : public SourcelessStage {
  public:
   explicit ColorStage(const std::array<float, 4>& p) : p_(p) {}
   void row(Span& s, TileState&) const override {
@@ -71,7 +84,7 @@ class PointStage final : public Stage {
   RenderEnv env_;
 };
 
-class CropStage final : public Stage {
+class CropStage final : public OneInputStage {
  public:
   explicit CropStage(const CGRect& r) {
     // Pixel-centre test on a half-open rectangle: pixel x is inside when x + 0.5 lies in [minX, maxX).
@@ -91,7 +104,7 @@ class CropStage final : public Stage {
 };
 
 // Extends the edge pixels of a finite image to infinity.
-class ClampStage final : public Stage {
+class ClampStage final : public OneInputStage {
  public:
   explicit ClampStage(const CGRect& e) : e_(PixelRect::covering(e)) {}
 
@@ -123,7 +136,7 @@ class ClampStage final : public Stage {
 };
 
 // Samples its input through a warp; the input is rendered over the needed rectangle first.
-class WarpStage : public Stage {
+class WarpStage : public OneInputStage {
  public:
   explicit WarpStage(std::shared_ptr<const WarpKernel> kernel) : kernel_(std::move(kernel)) {}
 
@@ -277,7 +290,7 @@ class AxisScaleStage final : public WarpStage {
 };
 
 // A whole-pixel translation needs no resampling: rows are read shifted.
-class TranslateStage final : public Stage {
+class TranslateStage final : public OneInputStage {
  public:
   TranslateStage(int64_t dx, int64_t dy) : dx_(dx), dy_(dy) {}
   PixelRect inputRoi(int, const PixelRect& r) const override { return {r.x - dx_, r.y - dy_, r.w, r.h}; }
@@ -296,7 +309,7 @@ class TranslateStage final : public Stage {
 // A transform that shrinks by more than 2x. The input is first averaged over blocks of kx × ky
 // pixels that are fixed in the plane, and the reduced copy is then sampled bilinearly, so fine
 // detail does not alias and the result does not depend on the tiling.
-class ReducedAffineStage final : public Stage {
+class ReducedAffineStage final : public OneInputStage {
  public:
   ReducedAffineStage(const CGAffineTransform& t, int64_t kx, int64_t ky)
       : inv_(CGAffineTransformInvert(t)), kx_(kx), ky_(ky) {}
