@@ -20,7 +20,7 @@ namespace {
 
 using Matrix = std::array<float, 12>;
 
-BV_VECTOR_CLONES void matrixSpan(float* r, float* g, float* b, const float* a, int n, const float* m) {
+BV_FUSED_VECTOR_CLONES void matrixSpan(float* r, float* g, float* b, const float* a, int n, const float* m) {
   for (int i = 0; i < n; ++i) {
     float x = r[i], y = g[i], z = b[i], w = a[i];
     r[i] = m[0] * x + m[1] * y + m[2] * z + m[3] * w;

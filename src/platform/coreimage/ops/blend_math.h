@@ -339,7 +339,7 @@ template <class Blend, class V>
 }
 
 template <class Blend>
-void blendSeparable(Span& io, const Span& backdrop) {
+[[gnu::always_inline]] inline void blendSeparable(Span& io, const Span& backdrop) {
   const int n = io.n;
   int i = 0;
   for (; i + kLanes <= n; i += kLanes) blendSeparableAt<Blend, Lanes>(io, backdrop, i);
@@ -362,7 +362,7 @@ template <class Blend, class V>
 }
 
 template <class Blend>
-void blendNonSeparable(Span& io, const Span& backdrop) {
+[[gnu::always_inline]] inline void blendNonSeparable(Span& io, const Span& backdrop) {
   const int n = io.n;
   int i = 0;
   for (; i + kLanes <= n; i += kLanes) blendNonSeparableAt<Blend, Lanes>(io, backdrop, i);

@@ -10,6 +10,15 @@
 
 namespace brenvia::ci {
 
+template <class Blend, bool Separable>
+BV_VECTOR_CLONES void blendSpan(Span& io, const Span& backdrop) {
+  if constexpr (Separable) {
+    blend::blendSeparable<Blend>(io, backdrop);
+  } else {
+    blend::blendNonSeparable<Blend>(io, backdrop);
+  }
+}
+
 // The blend equation with a separable or a non-separable blend function; input 0 is the source
 // (the overlay), input 1 the backdrop. A point kernel, so it fuses with its neighbours.
 template <class Blend, bool Separable>
@@ -18,11 +27,7 @@ class BlendModeKernel final : public PointKernel {
   explicit BlendModeKernel(std::string name) : name_(std::move(name)) {}
   std::string_view name() const override { return name_; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    if constexpr (Separable) {
-      blend::blendSeparable<Blend>(s, *others[0]);
-    } else {
-      blend::blendNonSeparable<Blend>(s, *others[0]);
-    }
+    blendSpan<Blend, Separable>(s, *others[0]);
   }
 
  private:
@@ -35,7 +40,8 @@ template <class Blend, bool Separable = true>
 void registerBlendMode(std::string_view name, std::string displayName, std::vector<std::string> categories) {
   auto kernel = std::make_shared<BlendModeKernel<Blend, Separable>>(std::string(name));
   CIFilter::registerOperation(
-      std::string(name), {std::move(displayName), std::move(categories), {imageInput(), imageInput("inputBackgroundImage")}},
+      std::string(name),
+      {std::move(displayName), std::move(categories), {imageInput(), imageInput("inputBackgroundImage")}},
       [kernel](const CIFilter& f) -> CIImageRef {
         CIImageRef source = f.image("inputImage"), backdrop = f.image("inputBackgroundImage");
         if (!source || !backdrop) return nullptr;

@@ -5,6 +5,16 @@ namespace {
 
 enum class MaskChannel { Green, Alpha };
 
+BV_VECTOR_CLONES void maskMixSpan(Span& s, const Span& b, const float* k) {
+  for (int i = 0; i < s.n; ++i) {
+    float t = std::clamp(k[i], 0.0f, 1.0f);
+    s.r[i] = b.r[i] + (s.r[i] - b.r[i]) * t;
+    s.g[i] = b.g[i] + (s.g[i] - b.g[i]) * t;
+    s.b[i] = b.b[i] + (s.b[i] - b.b[i]) * t;
+    s.a[i] = b.a[i] + (s.a[i] - b.a[i]) * t;
+  }
+}
+
 // out = mix(b, s, clamp(k, 0, 1)) on all four premultiplied channels, k read from the mask.
 // Inputs: 0 the image, 1 the background, 2 the mask.
 class BlendWithMaskKernel final : public PointKernel {
@@ -14,15 +24,7 @@ class BlendWithMaskKernel final : public PointKernel {
     return channel_ == MaskChannel::Green ? "CIBlendWithMask" : "CIBlendWithAlphaMask";
   }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const Span& b = *others[0];
-    const float* k = channel_ == MaskChannel::Green ? others[1]->g : others[1]->a;
-    for (int i = 0; i < s.n; ++i) {
-      float t = std::clamp(k[i], 0.0f, 1.0f);
-      s.r[i] = b.r[i] + (s.r[i] - b.r[i]) * t;
-      s.g[i] = b.g[i] + (s.g[i] - b.g[i]) * t;
-      s.b[i] = b.b[i] + (s.b[i] - b.b[i]) * t;
-      s.a[i] = b.a[i] + (s.a[i] - b.a[i]) * t;
-    }
+    maskMixSpan(s, *others[0], channel_ == MaskChannel::Green ? others[1]->g : others[1]->a);
   }
 
  private:

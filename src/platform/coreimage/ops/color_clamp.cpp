@@ -5,6 +5,17 @@
 namespace brenvia::ci {
 namespace {
 
+BV_VECTOR_CLONES void clampSpan(Span& s, std::array<float, 4> lo, std::array<float, 4> hi) {
+  for (int i = 0; i < s.n; ++i) {
+    float k = unpremultiplyFactor(s.a[i]);
+    float a = std::min(std::max(s.a[i], lo[3]), hi[3]);
+    s.r[i] = std::min(std::max(s.r[i] * k, lo[0]), hi[0]) * a;
+    s.g[i] = std::min(std::max(s.g[i] * k, lo[1]), hi[1]) * a;
+    s.b[i] = std::min(std::max(s.b[i] * k, lo[2]), hi[2]) * a;
+    s.a[i] = a;
+  }
+}
+
 // Clamps every unpremultiplied component, alpha included, then premultiplies with the clamped
 // alpha: a minimum alpha of 1 makes the result opaque.
 class ColorClampKernel final : public PointKernel {
@@ -14,17 +25,7 @@ class ColorClampKernel final : public PointKernel {
   }
   std::string_view name() const override { return "CIColorClamp"; }
 
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    const auto &lo = lo_, &hi = hi_;
-    for (int i = 0; i < s.n; ++i) {
-      float k = unpremultiplyFactor(s.a[i]);
-      float a = std::min(std::max(s.a[i], lo[3]), hi[3]);
-      s.r[i] = std::min(std::max(s.r[i] * k, lo[0]), hi[0]) * a;
-      s.g[i] = std::min(std::max(s.g[i] * k, lo[1]), hi[1]) * a;
-      s.b[i] = std::min(std::max(s.b[i] * k, lo[2]), hi[2]) * a;
-      s.a[i] = a;
-    }
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { clampSpan(s, lo_, hi_); }
 
  private:
   std::array<float, 4> lo_{}, hi_{};

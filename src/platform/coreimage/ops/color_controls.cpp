@@ -3,6 +3,16 @@
 namespace brenvia::ci {
 namespace {
 
+// An affine map of premultiplied rgb: rows r, g, b over columns r, g, b, a.
+BV_VECTOR_CLONES void affineSpan(Span& s, std::array<float, 12> m) {
+  for (int i = 0; i < s.n; ++i) {
+    float r = s.r[i], g = s.g[i], b = s.b[i], a = s.a[i];
+    s.r[i] = m[0] * r + m[1] * g + m[2] * b + m[3] * a;
+    s.g[i] = m[4] * r + m[5] * g + m[6] * b + m[7] * a;
+    s.b[i] = m[8] * r + m[9] * g + m[10] * b + m[11] * a;
+  }
+}
+
 // Saturation about the Rec. 709 grey, then an additive brightness, then contrast about 0.5, all on
 // unpremultiplied colour. Every step is affine, so on premultiplied pixels the whole operation is
 // one matrix whose constant terms scale with alpha.
@@ -21,15 +31,7 @@ class ColorControlsKernel final : public PointKernel {
   }
   std::string_view name() const override { return "CIColorControls"; }
 
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    const auto& m = m_;
-    for (int i = 0; i < s.n; ++i) {
-      float r = s.r[i], g = s.g[i], b = s.b[i], a = s.a[i];
-      s.r[i] = m[0] * r + m[1] * g + m[2] * b + m[3] * a;
-      s.g[i] = m[4] * r + m[5] * g + m[6] * b + m[7] * a;
-      s.b[i] = m[8] * r + m[9] * g + m[10] * b + m[11] * a;
-    }
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { affineSpan(s, m_); }
   std::optional<std::array<float, 12>> premultipliedMatrix() const override { return m_; }
 
  private:

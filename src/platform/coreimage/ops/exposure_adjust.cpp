@@ -5,14 +5,16 @@
 namespace brenvia::ci {
 namespace {
 
+BV_VECTOR_CLONES void scaleColourSpan(Span& s, float k) {
+  for (int i = 0; i < s.n; ++i) s.r[i] *= k, s.g[i] *= k, s.b[i] *= k;
+}
+
 // out.rgb = s.rgb * 2^EV on premultiplied values.
 class ExposureKernel final : public PointKernel {
  public:
   explicit ExposureKernel(float ev) : k_(std::exp2(ev)) {}
   std::string_view name() const override { return "CIExposureAdjust"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) s.r[i] *= k_, s.g[i] *= k_, s.b[i] *= k_;
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { scaleColourSpan(s, k_); }
   std::optional<std::array<float, 12>> premultipliedMatrix() const override {
     return std::array<float, 12>{k_, 0, 0, 0, 0, k_, 0, 0, 0, 0, k_, 0};
   }
@@ -30,7 +32,8 @@ void registerExposureAdjust() {
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");
         if (!input) return nullptr;
-        return CIImage::makePoint(std::make_shared<ExposureKernel>(float(f.number("inputEV"))), {input}, input->extent());
+        return CIImage::makePoint(std::make_shared<ExposureKernel>(float(f.number("inputEV"))), {input},
+                                  input->extent());
       });
 }
 

@@ -5,6 +5,21 @@
 namespace brenvia::ci {
 namespace {
 
+// c0 and c1 are the two colours in the working space, alpha last.
+BV_VECTOR_CLONES void falseColourSpan(Span& s, std::array<float, 4> c0, std::array<float, 4> c1) {
+  const float dr = c1[0] - c0[0], dg = c1[1] - c0[1], db = c1[2] - c0[2], da = c1[3] - c0[3];
+  for (int i = 0; i < s.n; ++i) {
+    float k = unpremultiplyFactor(s.a[i]);
+    float l = (0.2126f * s.r[i] + 0.7152f * s.g[i] + 0.0722f * s.b[i]) * k;
+    l = std::min(std::max(l, 0.0f), 1.0f);
+    float a = s.a[i] * (c0[3] + da * l);
+    s.r[i] = (c0[0] + dr * l) * a;
+    s.g[i] = (c0[1] + dg * l) * a;
+    s.b[i] = (c0[2] + db * l) * a;
+    s.a[i] = a;
+  }
+}
+
 // Maps the Rec. 709 luma of the unpremultiplied colour, clamped to [0, 1], onto the line between
 // the two colours (taken in the working space); the colours' alphas scale the pixel's alpha.
 class FalseColorKernel final : public PointKernel {
@@ -17,18 +32,7 @@ class FalseColorKernel final : public PointKernel {
       auto rgb = env.toWorking({c.red(), c.green(), c.blue()}, c.colorSpace().get());
       return std::array<float, 4>{float(rgb[0]), float(rgb[1]), float(rgb[2]), float(c.alpha())};
     };
-    const std::array<float, 4> c0 = working(c0_), c1 = working(c1_);
-    const float dr = c1[0] - c0[0], dg = c1[1] - c0[1], db = c1[2] - c0[2], da = c1[3] - c0[3];
-    for (int i = 0; i < s.n; ++i) {
-      float k = unpremultiplyFactor(s.a[i]);
-      float l = (0.2126f * s.r[i] + 0.7152f * s.g[i] + 0.0722f * s.b[i]) * k;
-      l = std::min(std::max(l, 0.0f), 1.0f);
-      float a = s.a[i] * (c0[3] + da * l);
-      s.r[i] = (c0[0] + dr * l) * a;
-      s.g[i] = (c0[1] + dg * l) * a;
-      s.b[i] = (c0[2] + db * l) * a;
-      s.a[i] = a;
-    }
+    falseColourSpan(s, working(c0_), working(c1_));
   }
 
  private:

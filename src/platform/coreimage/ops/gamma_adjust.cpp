@@ -4,7 +4,7 @@
 namespace brenvia::ci {
 namespace {
 
-BV_VECTOR_CLONES void gammaSpan(float* r, float* g, float* b, const float* a, int n, float power) {
+BV_FUSED_VECTOR_CLONES void gammaSpan(float* r, float* g, float* b, const float* a, int n, float power) {
   if (power == 1.0f) {
     // Unpremultiplying and premultiplying again only clears colour where alpha is zero.
     for (int i = 0; i < n; ++i) {

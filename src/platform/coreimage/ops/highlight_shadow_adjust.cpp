@@ -44,17 +44,26 @@ class ToneCurve {
   bool highlights_;
 };
 
+BV_VECTOR_CLONES void pointToneSpan(Span& s, ToneCurve curve) {
+  for (int i = 0; i < s.n; ++i) {
+    float g = curve.gain(unpremultipliedLuma(s, i));
+    s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
+  }
+}
+
+BV_VECTOR_CLONES void blurredToneSpan(Span& s, const float* base, ToneCurve curve) {
+  for (int i = 0; i < s.n; ++i) {
+    float g = curve.gain(base[i]);
+    s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
+  }
+}
+
 // Radius 0: the base is the pixel's own luma.
 class PointToneKernel final : public PointKernel {
  public:
   explicit PointToneKernel(ToneCurve curve) : curve_(curve) {}
   std::string_view name() const override { return "CIHighlightShadowAdjust"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) {
-      float g = curve_.gain(unpremultipliedLuma(s, i));
-      s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
-    }
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { pointToneSpan(s, curve_); }
 
  private:
   ToneCurve curve_;
@@ -66,11 +75,7 @@ class BlurredToneKernel final : public PointKernel {
   explicit BlurredToneKernel(ToneCurve curve) : curve_(curve) {}
   std::string_view name() const override { return "CIHighlightShadowAdjust"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const float* base = others[0]->r;
-    for (int i = 0; i < s.n; ++i) {
-      float g = curve_.gain(base[i]);
-      s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
-    }
+    blurredToneSpan(s, others[0]->r, curve_);
   }
 
  private:
@@ -96,8 +101,8 @@ void registerHighlightShadowAdjust() {
         if (!(radius > 0) || ToneCurve::isNeutral(shadow, highlight))
           return CIImage::makePoint(std::make_shared<PointToneKernel>(curve), {input}, input->extent());
         // The luma plane is clamped before blurring so the base does not darken towards the edges.
-        CIImageRef base =
-            lumaPlane(input)->imageByClampingToExtent()->imageByApplyingFilter("CIGaussianBlur", {{"inputRadius", radius}});
+        CIImageRef base = lumaPlane(input)->imageByClampingToExtent()->imageByApplyingFilter("CIGaussianBlur",
+                                                                                             {{"inputRadius", radius}});
         if (!base) return nullptr;
         return CIImage::makePoint(std::make_shared<BlurredToneKernel>(curve), {input, base}, input->extent());
       });

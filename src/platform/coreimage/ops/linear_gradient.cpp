@@ -4,6 +4,15 @@
 namespace brenvia::ci {
 namespace {
 
+// The ramp at t0 + i·dt, clamped to [0, 1], for pixel i. Two plain loops (t, then the mix) so that
+// both vectorise.
+BV_VECTOR_CLONES void linearRampSpan(Span& s, std::array<float, 4> from, std::array<float, 4> to, double t0,
+                                     double dt) {
+  alignas(64) float t[kSpan];
+  for (int i = 0; i < s.n; ++i) t[i] = std::clamp(float(t0 + double(i) * dt), 0.0f, 1.0f);
+  mixSpan(s, from, to, t);
+}
+
 // t = clamp(((p − p0)·d) / (d·d), 0, 1) with d = p1 − p0 (t = 0 when p0 = p1);
 // out = mix(Pm(C0), Pm(C1), t), flat beyond both ends.
 class LinearGradientKernel final : public PointKernel {
@@ -20,10 +29,7 @@ class LinearGradientKernel final : public PointKernel {
       t0 = ((double(s.x) + 0.5 - p0_.x) * d_.x + (double(s.y) + 0.5 - p0_.y) * d_.y) / dd;
       dt = d_.x / dd;
     }
-    // Two plain loops (t, then the mix) so that both vectorise.
-    alignas(64) float t[kSpan];
-    for (int i = 0; i < s.n; ++i) t[i] = std::clamp(float(t0 + double(i) * dt), 0.0f, 1.0f);
-    mixSpan(s, from, to, t);
+    linearRampSpan(s, from, to, t0, dt);
   }
 
  private:

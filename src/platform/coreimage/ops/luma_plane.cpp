@@ -3,16 +3,18 @@
 namespace brenvia::ci {
 namespace {
 
+BV_VECTOR_CLONES void lumaPlaneSpan(Span& s) {
+  for (int i = 0; i < s.n; ++i) {
+    float y = unpremultipliedLuma(s, i);
+    s.r[i] = s.g[i] = s.b[i] = y;
+    s.a[i] = 1;
+  }
+}
+
 class LumaPlaneKernel final : public PointKernel {
  public:
   std::string_view name() const override { return "luma plane"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) {
-      float y = unpremultipliedLuma(s, i);
-      s.r[i] = s.g[i] = s.b[i] = y;
-      s.a[i] = 1;
-    }
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { lumaPlaneSpan(s); }
 };
 
 }  // namespace

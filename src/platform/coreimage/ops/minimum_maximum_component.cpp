@@ -5,18 +5,21 @@
 namespace brenvia::ci {
 namespace {
 
+template <bool Maximum>
+BV_VECTOR_CLONES void componentSpan(Span& s) {
+  for (int i = 0; i < s.n; ++i) {
+    float v = Maximum ? std::max(s.r[i], std::max(s.g[i], s.b[i])) : std::min(s.r[i], std::min(s.g[i], s.b[i]));
+    s.r[i] = s.g[i] = s.b[i] = v;
+  }
+}
+
 // Grey from the smallest (or largest) colour component. Premultiplying commutes with min and max,
 // so premultiplied pixels are used as they are.
 template <bool Maximum>
 class ComponentKernel final : public PointKernel {
  public:
   std::string_view name() const override { return Maximum ? "CIMaximumComponent" : "CIMinimumComponent"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override {
-    for (int i = 0; i < s.n; ++i) {
-      float v = Maximum ? std::max(s.r[i], std::max(s.g[i], s.b[i])) : std::min(s.r[i], std::min(s.g[i], s.b[i]));
-      s.r[i] = s.g[i] = s.b[i] = v;
-    }
-  }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { componentSpan<Maximum>(s); }
 };
 
 template <bool Maximum>

@@ -3,19 +3,41 @@
 namespace brenvia::ci {
 namespace {
 
+BV_VECTOR_CLONES void sourceOverSpan(Span& s, const Span& b) {
+  for (int i = 0; i < s.n; ++i) {
+    float k = 1.0f - s.a[i];
+    s.r[i] += b.r[i] * k;
+    s.g[i] += b.g[i] * k;
+    s.b[i] += b.b[i] * k;
+    s.a[i] += b.a[i] * k;
+  }
+}
+
+BV_VECTOR_CLONES void sourceAtopSpan(Span& s, const Span& b) {
+  for (int i = 0; i < s.n; ++i) {
+    float k = 1.0f - s.a[i];
+    s.r[i] = s.r[i] * b.a[i] + b.r[i] * k;
+    s.g[i] = s.g[i] * b.a[i] + b.g[i] * k;
+    s.b[i] = s.b[i] * b.a[i] + b.b[i] * k;
+    s.a[i] = b.a[i];
+  }
+}
+
+BV_VECTOR_CLONES void maximumSpan(Span& s, const Span& b) {
+  for (int i = 0; i < s.n; ++i) {
+    s.r[i] = std::max(s.r[i], b.r[i]);
+    s.g[i] = std::max(s.g[i], b.g[i]);
+    s.b[i] = std::max(s.b[i], b.b[i]);
+    s.a[i] = std::max(s.a[i], b.a[i]);
+  }
+}
+
 // out = s + b·(1 − αs) on premultiplied values.
 class SourceOverKernel final : public PointKernel {
  public:
   std::string_view name() const override { return "CISourceOverCompositing"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const Span& b = *others[0];
-    for (int i = 0; i < s.n; ++i) {
-      float k = 1.0f - s.a[i];
-      s.r[i] += b.r[i] * k;
-      s.g[i] += b.g[i] * k;
-      s.b[i] += b.b[i] * k;
-      s.a[i] += b.a[i] * k;
-    }
+    sourceOverSpan(s, *others[0]);
   }
 };
 
@@ -24,14 +46,7 @@ class SourceAtopKernel final : public PointKernel {
  public:
   std::string_view name() const override { return "CISourceAtopCompositing"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const Span& b = *others[0];
-    for (int i = 0; i < s.n; ++i) {
-      float k = 1.0f - s.a[i];
-      s.r[i] = s.r[i] * b.a[i] + b.r[i] * k;
-      s.g[i] = s.g[i] * b.a[i] + b.g[i] * k;
-      s.b[i] = s.b[i] * b.a[i] + b.b[i] * k;
-      s.a[i] = b.a[i];
-    }
+    sourceAtopSpan(s, *others[0]);
   }
 };
 
@@ -40,13 +55,7 @@ class MaximumKernel final : public PointKernel {
  public:
   std::string_view name() const override { return "CIMaximumCompositing"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const Span& b = *others[0];
-    for (int i = 0; i < s.n; ++i) {
-      s.r[i] = std::max(s.r[i], b.r[i]);
-      s.g[i] = std::max(s.g[i], b.g[i]);
-      s.b[i] = std::max(s.b[i], b.b[i]);
-      s.a[i] = std::max(s.a[i], b.a[i]);
-    }
+    maximumSpan(s, *others[0]);
   }
 };
 

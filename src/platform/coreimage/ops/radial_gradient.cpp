@@ -6,6 +6,18 @@
 namespace brenvia::ci {
 namespace {
 
+// The ramp over the distance ρ from the centre, which lies (dx0, dy) from the first pixel centre:
+// t = clamp((ρ − r0)·scale, 0, 1), or a step at r0 when `step` is set.
+BV_VECTOR_CLONES void radialRampSpan(Span& s, std::array<float, 4> from, std::array<float, 4> to, double dx0, double dy,
+                                     double r0, double scale, bool step) {
+  alignas(64) float t[kSpan];
+  for (int i = 0; i < s.n; ++i) {
+    double dx = dx0 + double(i), rho = std::sqrt(dx * dx + dy * dy);
+    t[i] = step ? (rho < r0 ? 0.0f : 1.0f) : std::clamp(float((rho - r0) * scale), 0.0f, 1.0f);
+  }
+  mixSpan(s, from, to, t);
+}
+
 // ρ = |p − center|; t runs from 0 at radius r0 to 1 at radius r1 (a hard step at r0 when they are
 // equal); out = mix(Pm(C0), Pm(C1), t).
 class RadialGradientKernel final : public PointKernel {
@@ -19,12 +31,7 @@ class RadialGradientKernel final : public PointKernel {
     const double dy = double(s.y) + 0.5 - center_.y, dx0 = double(s.x) + 0.5 - center_.x;
     const bool step = r1_ == r0_;
     const double scale = step ? 0.0 : 1.0 / (r1_ - r0_);
-    alignas(64) float t[kSpan];
-    for (int i = 0; i < s.n; ++i) {
-      double dx = dx0 + double(i), rho = std::sqrt(dx * dx + dy * dy);
-      t[i] = step ? (rho < r0_ ? 0.0f : 1.0f) : std::clamp(float((rho - r0_) * scale), 0.0f, 1.0f);
-    }
-    mixSpan(s, from, to, t);
+    radialRampSpan(s, from, to, dx0, dy, r0_, scale, step);
   }
 
  private:

@@ -69,6 +69,27 @@ Mat3 bradford(const std::array<double, 3>& sourceWhite, const std::array<double,
   return color::multiply(color::invert(kBradford), color::multiply(scale, kBradford));
 }
 
+// m is a 3 × 3 map of linear rgb, by rows.
+BV_VECTOR_CLONES void linearAdaptSpan(Span& s, std::array<float, 9> m) {
+  for (int i = 0; i < s.n; ++i) {
+    const float r = s.r[i], g = s.g[i], b = s.b[i];
+    s.r[i] = m[0] * r + m[1] * g + m[2] * b;
+    s.g[i] = m[3] * r + m[4] * g + m[5] * b;
+    s.b[i] = m[6] * r + m[7] * g + m[8] * b;
+  }
+}
+
+// The same on sRGB-encoded colour: decoded, mapped, encoded again.
+BV_VECTOR_CLONES void encodedAdaptSpan(Span& s, std::array<float, 9> m) {
+  for (int i = 0; i < s.n; ++i) {
+    const float k = unpremultiplyFactor(s.a[i]), a = s.a[i];
+    const float r = srgbDecodeFast(s.r[i] * k), g = srgbDecodeFast(s.g[i] * k), b = srgbDecodeFast(s.b[i] * k);
+    s.r[i] = srgbEncodeFast(m[0] * r + m[1] * g + m[2] * b) * a;
+    s.g[i] = srgbEncodeFast(m[3] * r + m[4] * g + m[5] * b) * a;
+    s.b[i] = srgbEncodeFast(m[6] * r + m[7] * g + m[8] * b) * a;
+  }
+}
+
 // The adaptation carried to the working space's primaries and applied to linear light: a
 // gamma-encoded working space is decoded first and encoded again after. In linear light the map is
 // a matrix, which commutes with premultiplication.
@@ -84,20 +105,9 @@ class TemperatureKernel final : public PointKernel {
     std::array<float, 9> m;
     for (size_t k = 0; k < 9; ++k) m[k] = float(md[k]);
     if (env.workingIsLinear()) {
-      for (int i = 0; i < s.n; ++i) {
-        const float r = s.r[i], g = s.g[i], b = s.b[i];
-        s.r[i] = m[0] * r + m[1] * g + m[2] * b;
-        s.g[i] = m[3] * r + m[4] * g + m[5] * b;
-        s.b[i] = m[6] * r + m[7] * g + m[8] * b;
-      }
-      return;
-    }
-    for (int i = 0; i < s.n; ++i) {
-      const float k = unpremultiplyFactor(s.a[i]), a = s.a[i];
-      const float r = srgbDecodeFast(s.r[i] * k), g = srgbDecodeFast(s.g[i] * k), b = srgbDecodeFast(s.b[i] * k);
-      s.r[i] = srgbEncodeFast(m[0] * r + m[1] * g + m[2] * b) * a;
-      s.g[i] = srgbEncodeFast(m[3] * r + m[4] * g + m[5] * b) * a;
-      s.b[i] = srgbEncodeFast(m[6] * r + m[7] * g + m[8] * b) * a;
+      linearAdaptSpan(s, m);
+    } else {
+      encodedAdaptSpan(s, m);
     }
   }
 

@@ -5,18 +5,21 @@
 namespace brenvia::ci {
 namespace {
 
+BV_VECTOR_CLONES void unsharpSpan(Span& s, const Span& b, float k) {
+  for (int i = 0; i < s.n; ++i) {
+    s.r[i] += k * (s.r[i] - b.r[i]);
+    s.g[i] += k * (s.g[i] - b.g[i]);
+    s.b[i] += k * (s.b[i] - b.b[i]);
+  }
+}
+
 // out.rgb = s.rgb + intensity·(s.rgb − blurred.rgb) on premultiplied values; alpha is kept.
 class UnsharpMaskKernel final : public PointKernel {
  public:
   explicit UnsharpMaskKernel(float intensity) : k_(intensity) {}
   std::string_view name() const override { return "CIUnsharpMask"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    const Span& b = *others[0];
-    for (int i = 0; i < s.n; ++i) {
-      s.r[i] += k_ * (s.r[i] - b.r[i]);
-      s.g[i] += k_ * (s.g[i] - b.g[i]);
-      s.b[i] += k_ * (s.b[i] - b.b[i]);
-    }
+    unsharpSpan(s, *others[0], k_);
   }
 
  private:
@@ -28,7 +31,8 @@ class UnsharpMaskKernel final : public PointKernel {
 void registerUnsharpMask() {
   CIFilter::registerOperation(
       "CIUnsharpMask",
-      {"Unsharp Mask", builtinCategories({kCICategorySharpen}),
+      {"Unsharp Mask",
+       builtinCategories({kCICategorySharpen}),
        {imageInput(), numberInput("inputRadius", 2.5, 0.0), numberInput("inputIntensity", 0.5, 0.0)}},
       [](const CIFilter& f) -> CIImageRef {
         CIImageRef input = f.image("inputImage");

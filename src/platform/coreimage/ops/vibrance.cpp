@@ -10,8 +10,8 @@ namespace {
 // afterwards. A channel's excursion from the grey is measured against those same bounds, so a
 // fully saturated colour has saturation exactly 1, where the boost vanishes. The boost polynomial
 // in the saturation is p0 + p1·σ + p2·σ² + p3·σ³; it vanishes at σ = 1.
-BV_VECTOR_CLONES void vibranceSpan(float* sr, float* sg, float* sb, const float* sa, int n, float p0, float p1,
-                                   float p2, float p3) {
+BV_FUSED_VECTOR_CLONES void vibranceSpan(float* sr, float* sg, float* sb, const float* sa, int n, float p0, float p1,
+                                         float p2, float p3) {
   constexpr float lo = 0.0001f, hi = 0.9999f;
   for (int i = 0; i < n; ++i) {
     const float k = unpremultiplyFactor(sa[i]);
