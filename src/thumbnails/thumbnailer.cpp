@@ -1,6 +1,7 @@
 #include "thumbnails/thumbnailer.h"
 
 #include "image/graphics_utilities.h"
+#include "platform/foundation/executor.h"
 #include "platform/foundation/log.h"
 #include "platform/imageio/image_io.h"
 #include "thumbnails/area_average.h"
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
-#include <thread>
 #include <vector>
 
 namespace brenvia {
@@ -252,7 +252,7 @@ void BVThumbnailer::generateThumbnailWithImagePath(const std::string& path, std:
     }
     if (!(image = generateThumbnailWithImagePath(path, key, size, alpha, options))) return;
   }
-  if (completion) std::thread([completion = std::move(completion), image] { completion(image); }).detach();
+  if (completion) BVExecutorAsync([completion = std::move(completion), image] { completion(image); });
 }
 
 std::shared_ptr<BVImage> BVThumbnailer::_generateOnce(const Request& request,

@@ -89,7 +89,7 @@ class BVThumbnailer {
   // Null when the file cannot be read as a picture.
   std::shared_ptr<BVImage> generateThumbnailWithImagePath(const std::string& path, std::string_view key, CGSize size,
                                                           double alpha, BVThumbnailerOptions options);
-  // The same, calling `completion` from another thread with the thumbnail. Nothing happens without
+  // The same, calling `completion` on the executor's pool with the thumbnail. Nothing happens without
   // a path or a key; a missing file logs a line; neither it nor an unreadable picture calls back.
   void generateThumbnailWithImagePath(const std::string& path, std::string_view key, CGSize size, double alpha,
                                       BVThumbnailerOptions options, Completion completion);
@@ -113,7 +113,8 @@ class BVThumbnailer {
   // Points to pixels: 1 here, where no screen tells another factor.
   static constexpr double kScreenScale = 1.0;
   std::string pathForKeyInPoints(std::string_view key, CGSize points, double alpha, BVThumbnailerOptions options) const;
-  std::shared_ptr<UIImage> UIImageForKey(std::string_view key, CGSize points, double alpha, BVThumbnailerOptions options);
+  std::shared_ptr<UIImage> UIImageForKey(std::string_view key, CGSize points, double alpha,
+                                         BVThumbnailerOptions options);
   std::shared_ptr<UIImage> generateUIImageWithImagePath(const std::string& path, std::string_view key, CGSize points,
                                                         double alpha, BVThumbnailerOptions options);
   // The thumbnail of a picture object, keeping its orientation.

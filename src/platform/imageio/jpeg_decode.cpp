@@ -1,6 +1,7 @@
 // JPEG reading with the libjpeg API: header and EXIF only, or pixels with DCT scaling, embedded
 // profiles applied and CMYK converted to RGB.
 
+#include "platform/foundation/executor.h"
 #include "platform/imageio/codec_internal.h"
 #include "platform/imageio/jpeg_dc_scan.h"
 #include "platform/imageio/jpeg_errors.h"
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <functional>
 #include <mutex>
-#include <thread>
 
 namespace brenvia::imageio::detail {
 namespace {
@@ -22,7 +22,7 @@ constexpr int kMaxScans = 500;
 // Rows handed to libjpeg per call.
 constexpr unsigned kRowBatch = 16;
 // Pictures smaller than this are decoded before decodeFile returns even when the caller allows
-// the background: a thread costs more than it saves.
+// the background: handing them to the pool costs more than it saves.
 constexpr size_t kBackgroundMinPixels = size_t{1} << 20;
 
 void limitScans(j_common_ptr c) {
@@ -100,8 +100,14 @@ void readRowsStep(JpegReader& r) {
   }
 }
 
-// Decodes a picture's rows on a thread of its own while the bitmap is already in use. The thread
+// Decodes a picture's rows as a task on the pool while the bitmap is already in use. The task
 // lives as long as the bitmap: dropping the bitmap early cancels the decode.
+//
+// The bitmap's readers are often the pool's own workers, rendering and waiting for rows. Were
+// every worker waiting so, none would be left to start the decode, and the render would wait for
+// ever. So a reader that finds the decode not yet started runs it itself: it decodes the whole
+// picture while the other readers take the rows as they arrive, and waiting never depends on a
+// free worker. A dedicated thread or arena for decoders would hold a thread beside the pool's.
 class BackgroundRows final : public CGImageRowArrival {
  public:
   BackgroundRows(std::unique_ptr<JpegReader> reader, std::string name)
@@ -113,13 +119,15 @@ class BackgroundRows final : public CGImageRowArrival {
   }
   ~BackgroundRows() override {
     cancelled_ = true;
-    if (thread_.joinable()) thread_.join();
+    task_.wait();
   }
 
   void start() {
-    thread_ = std::thread([this] { run(); });
+    task_ = BVExecutorAsync([this] { run(); });
   }
   void waitForRows(size_t rows) const override {
+    if (ready_.load(std::memory_order_acquire) >= rows) return;
+    task_.runIfPending();
     std::unique_lock lock(mutex_);
     arrived_.wait(lock, [&] { return ready_.load(std::memory_order_relaxed) >= rows; });
   }
@@ -128,7 +136,9 @@ class BackgroundRows final : public CGImageRowArrival {
  private:
   void run() {
     PixelBuffer pixels = reader_->pixels;
-    if (!runJpegStep(*reader_, readRowsStep)) {
+    if (cancelled_) {
+      failed_.store(true, std::memory_order_release);
+    } else if (!runJpegStep(*reader_, readRowsStep)) {
       size_t decoded = std::min<size_t>(reader_->cinfo.output_scanline, pixels.height);
       std::memset(pixels.row(decoded), 0, (pixels.height - decoded) * pixels.bytesPerRow);
       if (!cancelled_) logFailure("read", name_, std::string("JPEG: ") + reader_->errors.message);
@@ -151,7 +161,7 @@ class BackgroundRows final : public CGImageRowArrival {
   std::atomic<bool> cancelled_{false}, failed_{false};
   mutable std::mutex mutex_;
   mutable std::condition_variable arrived_;
-  std::thread thread_;
+  BVAsyncTask task_;
 };
 
 // False when the data cannot hold the picture its header announces, so nothing is allocated for
@@ -171,7 +181,7 @@ const jpeg_marker_struct* findExif(const jpeg_decompress_struct& c) {
   return nullptr;
 }
 
-// Hands the reader, ready to read rows, to a thread of its own and gives the arriving bitmap.
+// Hands the reader, ready to read rows, to the pool and gives the arriving bitmap.
 bool decodeInBackground(std::unique_ptr<JpegReader> reader, const Source& source, CGColorSpaceRef space,
                         DecodedImage& out, std::string& why) {
   const PixelBuffer pixels = reader->pixels;
@@ -247,7 +257,8 @@ bool readJPEG(const Source& source, ReadMode mode, const DecodeOptions& options,
       r.cmykRow.resize(size_t{c.output_width} * 4);
       r.cmykToRGB = std::make_unique<CMYKConverter>(r.icc, r.iccSize, c.saw_Adobe_marker);
     }
-    if (options.background && source.owner && !r.cmyk && size_t{c.output_width} * c.output_height >= kBackgroundMinPixels) {
+    if (options.background && source.owner && !r.cmyk &&
+        size_t{c.output_width} * c.output_height >= kBackgroundMinPixels) {
       std::optional<CGColorSpaceRef> space =
           format == CGPixelFormat::Gray8 ? CGColorSpaceCreateDeviceGray() : spaceKeepingPixels(r.icc, r.iccSize);
       if (space) return decodeInBackground(std::move(reader), source, std::move(*space), out, why);

@@ -1,3 +1,4 @@
+#include "platform/foundation/executor.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/once.h"
 #include "platform/foundation/value.h"
@@ -6,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -45,6 +47,20 @@ TEST(Once, BodyRunsOnceAcrossThreads) {
   for (int i = 0; i < 8; ++i) threads.emplace_back([&] { once([&] { ++runs; }); });
   for (auto& t : threads) t.join();
   EXPECT_EQ(runs.load(), 1);
+}
+
+// Every task starts another and waits for it, more deep than the pool has workers: with waiting
+// workers left to start them, the chain would stall for ever. A task no worker has started runs on
+// the thread that waits for it.
+TEST(Executor, TasksWaitingForTasksNeverStallThePool) {
+  const size_t depth = 4 * size_t(BVExecutorConcurrency());
+  std::atomic<size_t> finished{0};
+  std::function<void(size_t)> step = [&](size_t left) {
+    if (left > 0) BVExecutorAsync([&, left] { step(left - 1); }).wait();
+    ++finished;
+  };
+  BVExecutorAsync([&] { step(depth); }).wait();
+  EXPECT_EQ(finished.load(), depth + 1);
 }
 
 }  // namespace

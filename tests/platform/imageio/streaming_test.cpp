@@ -1,6 +1,10 @@
 // Decoding while the picture is in use, and JPEG files encoded strip by strip.
 
+#include "platform/foundation/executor.h"
 #include "platform/imageio/imageio_test_support.h"
+
+#include <atomic>
+#include <thread>
 
 namespace brenvia::imageio::testing {
 namespace {
@@ -8,9 +12,7 @@ namespace {
 using F = CGPixelFormat;
 
 // Large enough to be decoded in the background.
-std::vector<uint8_t> largeJPEG() {
-  return encodeOrDie(*test::noiseBitmap(1280, 960), false, {.quality = 0.9});
-}
+std::vector<uint8_t> largeJPEG() { return encodeOrDie(*test::noiseBitmap(1280, 960), false, {.quality = 0.9}); }
 
 TEST(ImageIOBackgroundDecode, GivesTheSamePixelsAsADecodeInPlace) {
   TempFolder folder;
@@ -47,6 +49,26 @@ TEST(ImageIOBackgroundDecode, DroppingTheImageEarlyStopsTheDecoderQuietly) {
   EXPECT_TRUE(log.lines.empty());
 }
 
+// Every worker of the pool is busy until the picture is read, as when the pool renders with it:
+// the reader must then decode the rows itself.
+TEST(ImageIOBackgroundDecode, FinishesWhenNoWorkerOfThePoolIsFree) {
+  TempFolder folder;
+  folder.write("large.jpg", largeJPEG());
+  auto inPlace = decodeFile(folder.path("large.jpg"));
+  std::atomic<bool> released{false};
+  std::vector<BVAsyncTask> busy;
+  for (unsigned i = 0; i < BVExecutorConcurrency(); ++i)
+    busy.push_back(BVExecutorAsync([&] {
+      while (!released) std::this_thread::yield();
+    }));
+  auto background = decodeFile(folder.path("large.jpg"), {.background = true});
+  ASSERT_TRUE(inPlace && background);
+  EXPECT_TRUE(background->image->complete());
+  released = true;
+  for (const auto& task : busy) task.wait();
+  EXPECT_EQ(maxDifference(*background->image, *inPlace->image), 0);
+}
+
 TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
   auto picture = gradient(F::RGBA8, 300, 203, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
   for (double quality : {1.0, 0.8}) {
@@ -54,7 +76,8 @@ TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
     JPEGStripEncoder encoder(300, 203, F::RGBA8, picture->colorSpace(), {.quality = quality, .orientation = 6}, 40);
     ASSERT_GT(encoder.stripCount(), 3u);
     EXPECT_EQ(encoder.stripRows() % (quality < 1 ? 16 : 8), 0u);
-    for (size_t k = encoder.stripCount(); k-- > 0;) ASSERT_TRUE(encoder.encodeStrip(k, *picture, k * encoder.stripRows()));
+    for (size_t k = encoder.stripCount(); k-- > 0;)
+      ASSERT_TRUE(encoder.encodeStrip(k, *picture, k * encoder.stripRows()));
     std::vector<uint8_t> strips;
     ASSERT_TRUE(encoder.finish(strips));
     // A sink sees the same file, strip by strip, as soon as each strip and those before it are done.
@@ -71,7 +94,8 @@ TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
     }
     EXPECT_EQ(sizeAfterStrip[0], 0u);  // strip 1 waits for strip 0
     EXPECT_GT(sizeAfterStrip[1], 0u);
-    for (size_t k = 4; k < streamed.stripCount(); ++k) ASSERT_TRUE(streamed.encodeStrip(k, *picture, k * streamed.stripRows()));
+    for (size_t k = 4; k < streamed.stripCount(); ++k)
+      ASSERT_TRUE(streamed.encodeStrip(k, *picture, k * streamed.stripRows()));
     ASSERT_TRUE(streamed.finish());
     EXPECT_EQ(received, strips);
     auto decoded = decodeData(strips.data(), strips.size());
