@@ -25,14 +25,20 @@ class ToneCurve {
     return shadowAmount == 0 && highlightAmount == 1;
   }
 
+  bool shadows() const { return shadowSign_ != 0; }
+  bool highlights() const { return highlights_; }
+
+  // The gain for a curve whose shadows() and highlights() are Shadows and Highlights: fixed at
+  // compile time, they leave the span loops without branches, so that they vectorise.
+  template <bool Shadows, bool Highlights>
   float gain(float base) const {
     const float b = std::clamp(base, 0.0f, 1.0f);
     float offset = 0;
-    if (shadowSign_ != 0) {
+    if constexpr (Shadows) {
       float p = fast::signedPow(b, shadowPower_);
       offset += shadowSign_ * std::clamp(p - 0.76f * p * p - b, 0.0f, 1.0f);
     }
-    if (highlights_) {
+    if constexpr (Highlights) {
       float p = fast::signedPow(1 - b, highlightPower_);
       offset += std::clamp(1 - (p - 0.8f * p * p) - b, -1.0f, 0.0f);
     }
@@ -44,17 +50,27 @@ class ToneCurve {
   bool highlights_;
 };
 
-BV_VECTOR_CLONES void pointToneSpan(Span& s, ToneCurve curve) {
+// Applies the curve's gain to the span; the base is the pixel's own luma without `base`.
+template <bool Shadows, bool Highlights>
+BV_VECTOR_CLONES void toneSpan(Span& s, const float* base, ToneCurve curve) {
+  if (!base) {
+    for (int i = 0; i < s.n; ++i) {
+      float g = curve.gain<Shadows, Highlights>(unpremultipliedLuma(s, i));
+      s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
+    }
+    return;
+  }
   for (int i = 0; i < s.n; ++i) {
-    float g = curve.gain(unpremultipliedLuma(s, i));
+    float g = curve.gain<Shadows, Highlights>(base[i]);
     s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
   }
 }
 
-BV_VECTOR_CLONES void blurredToneSpan(Span& s, const float* base, ToneCurve curve) {
-  for (int i = 0; i < s.n; ++i) {
-    float g = curve.gain(base[i]);
-    s.r[i] *= g, s.g[i] *= g, s.b[i] *= g;
+void applyTone(Span& s, const float* base, const ToneCurve& curve) {
+  if (curve.shadows()) {
+    curve.highlights() ? toneSpan<true, true>(s, base, curve) : toneSpan<true, false>(s, base, curve);
+  } else {
+    curve.highlights() ? toneSpan<false, true>(s, base, curve) : toneSpan<false, false>(s, base, curve);
   }
 }
 
@@ -63,7 +79,7 @@ class PointToneKernel final : public PointKernel {
  public:
   explicit PointToneKernel(ToneCurve curve) : curve_(curve) {}
   std::string_view name() const override { return "CIHighlightShadowAdjust"; }
-  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { pointToneSpan(s, curve_); }
+  void apply(Span& s, std::span<const Span* const>, const RenderEnv&) const override { applyTone(s, nullptr, curve_); }
 
  private:
   ToneCurve curve_;
@@ -75,7 +91,7 @@ class BlurredToneKernel final : public PointKernel {
   explicit BlurredToneKernel(ToneCurve curve) : curve_(curve) {}
   std::string_view name() const override { return "CIHighlightShadowAdjust"; }
   void apply(Span& s, std::span<const Span* const> others, const RenderEnv&) const override {
-    blurredToneSpan(s, others[0]->r, curve_);
+    applyTone(s, others[0]->r, curve_);
   }
 
  private:
