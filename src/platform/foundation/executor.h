@@ -7,8 +7,9 @@
 namespace brenvia {
 
 // The library's one pool of worker threads (TBB's). Every parallel piece of work outside the
-// renderer's own tiles (encoder strips, batch inputs, completion callbacks) runs here, so the
-// process never holds more busy threads than cores and no thread outlives its owner.
+// renderer's own tiles (encoder strips, batch inputs, background decodes, completion callbacks)
+// runs here, so the process never holds more busy threads than cores and no thread outlives its
+// owner.
 
 // The number of workers the pool uses by default: the machine's cores.
 unsigned BVExecutorConcurrency();
