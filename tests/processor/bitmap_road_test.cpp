@@ -60,12 +60,13 @@ TEST(BitmapRoad, FiltersDrawInTurnWithTheirStateRestored) {
 }
 
 TEST(BitmapRoad, AdjustmentsLogAndLeaveThePictureAsItIs) {
-  auto processor = drawingProcessor(BVFilter::filtersWithArray(Value::array({{{"type", "adjustment"}, {"exposure", 1.0}}})));
+  auto processor =
+      drawingProcessor(BVFilter::filtersWithArray(Value::array({{{"type", "adjustment"}, {"exposure", 1.0}}})));
   test::LogCapture log;
   auto out = processor->process(BVImage::initWithCGImage(test::solidBitmap(2, 2, {60, 90, 120, 255})));
   ASSERT_TRUE(out);
-  EXPECT_EQ(log.lines, std::vector<std::string>{"[BVAdjustmentFilter] Color adjustment is not supported with CGContext. "
-                                                "Use the Core Image chain or implement vImage for color adjustment."});
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_TRUE(log.lines[0].starts_with("[BVAdjustmentFilter] Color adjustment is not supported")) << log.lines[0];
   EXPECT_EQ(test::pixelAt(out->CGImage(), 1, 1), (std::array<int, 4>{120, 90, 60, 255}));
   EXPECT_FALSE(processor->process(std::make_shared<BVImage>()));
 }
