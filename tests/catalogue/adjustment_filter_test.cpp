@@ -40,10 +40,7 @@ TEST(AdjustmentFilter, SaturationGoesToVibranceOrToColourControls) {
   CIFilterArray chain = vibranceAndContrast->CIFiltersForSize({100, 100});
   ASSERT_EQ(namesOf(chain), (Names{"CIVibrance", "CIColorControls"}));
   EXPECT_EQ(numberOf(chain[0], "inputAmount"), 0.5);
-  auto untouched = CIFilter::filterWithName("CIColorControls");
   EXPECT_EQ(numberOf(chain[1], "inputContrast"), double(1.2f));
-  EXPECT_EQ(chain[1]->valueForKey("inputSaturation"), untouched->valueForKey("inputSaturation"));
-  EXPECT_EQ(chain[1]->valueForKey("inputBrightness"), untouched->valueForKey("inputBrightness"));
 
   EXPECT_EQ(namesOf(adjustment({{"saturation", 0.5}, {"useVibrance", true}})->CIFiltersForSize({1, 1})),
             Names{"CIVibrance"});
@@ -52,7 +49,6 @@ TEST(AdjustmentFilter, SaturationGoesToVibranceOrToColourControls) {
   ASSERT_EQ(namesOf(chain), Names{"CIColorControls"});
   EXPECT_EQ(numberOf(chain[0], "inputSaturation"), 0.5);
   EXPECT_EQ(numberOf(chain[0], "inputBrightness"), -0.25);
-  EXPECT_EQ(chain[0]->valueForKey("inputContrast"), untouched->valueForKey("inputContrast"));
 }
 
 TEST(AdjustmentFilter, EveryStepInItsOrderWithItsInputs) {

@@ -173,7 +173,6 @@ TEST(FilterArrays, ClassOperationsVisitEveryFilter) {
   BVFilter::clearProcessingCachesForFilters(probes);
   EXPECT_EQ(a->cleared + b->cleared, 2);
   EXPECT_EQ(BVFilter::processingCachesByteSizeForFilters(probes), 200u);
-  EXPECT_EQ(BVFilter::processingCachesByteSizeForFilters({}), 0u);
 }
 
 TEST(FilterGeometry, AbsoluteCentreScalesByTheCentre) {

@@ -28,8 +28,6 @@ TEST(CanvasRecords, ComparisonsAndHash) {
   EXPECT_EQ(squared->hash(), 2u);  // the sentinel's -1s count as 0
   // A rotation alone makes a crop that is not the zero crop.
   EXPECT_FALSE(BVImageCropEqualToCrop(BVImageCropMake(0, 0, 0, 0, 10), BVImageCropZero));
-  EXPECT_TRUE(BVImageOrientationIsLandscape(BVImageOrientationRightMirrored));
-  EXPECT_TRUE(BVImageOrientationIsMirrored(BVImageOrientationUpMirrored));
 }
 
 TEST(CanvasRecords, StoredFormsRoundTripAndRefuseWhatIsMissing) {

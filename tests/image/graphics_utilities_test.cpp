@@ -50,8 +50,6 @@ TEST(GraphicsUtilities, HexColoursOfThreeSixAndEightDigits) {
   // No validation: pairs that are no hex digits read as 0, a pair with one digit first as that digit.
   EXPECT_EQ(componentsOf(CGColorCreateWithHex("zzzzzz")), (std::vector<double>{0, 0, 0, 1}));
   EXPECT_EQ(componentsOf(CGColorCreateWithHex("fzzzzz"))[0], double(15.0f / 255.0f));
-  EXPECT_EQ(_hexValue("1A"), 26u);
-  EXPECT_EQ(_hexValue("g1"), 0u);
 }
 
 TEST(GraphicsUtilities, FitAndFillRectanglesAreCentred) {

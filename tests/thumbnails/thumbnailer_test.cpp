@@ -84,7 +84,6 @@ TEST(Thumbnailer, AnswersFromMemoryForTheSameKeySizeAndAlphaStep) {
   EXPECT_EQ(thumb->CGImage()->width(), 40u);
   EXPECT_EQ(thumb->imageOrientation(), BVImageOrientationRight);
   EXPECT_EQ(thumbnailer.UIImageForKey("ui", {40, 30}, 1.0, 0)->CGImage(), thumb->CGImage());
-  EXPECT_EQ(thumbnailer.pathForKeyInPoints("ui", {40, 30}, 1.0, 0), thumbnailer.pathForKey("ui", {40, 30}, 1.0, 0));
 }
 
 TEST(Thumbnailer, WritesToDiskUpToTheSizeLimitAndReadsBackInAFreshThumbnailer) {
