@@ -2,6 +2,7 @@
 #include "catalogue/color_filter.h"
 #include "catalogue/curves_filter.h"
 #include "catalogue/fade_filter.h"
+#include "catalogue/gradient_filter.h"
 #include "catalogue/image_filter.h"
 #include "catalogue/levels_filter.h"
 #include "catalogue/selective_color_filter.h"
@@ -30,6 +31,7 @@ void BVRegisterCatalogue() {
   add<BVImageSequenceFilter>(kBVFilterTypeImageSequence, "several pictures, one after another");
   add<BVColorFilter>(kBVFilterTypeColor, "a flat colour laid over");
   add<BVLevelsFilter>(kBVFilterTypeLevels, "black and white points of input and output");
+  add<BVGradientFilter>(kBVFilterTypeGradient, "a linear or radial gradient laid over");
   add<BVFadeFilter>(kBVFilterTypeFade, "colours pulled towards mid grey");
   add<BVSelectiveColorFilter>(kBVFilterTypeSelectiveColor, "weights of six colours folded into the channels");
   add<BVSharpenFilter>(kBVFilterTypeSharpen, "luminance sharpening");

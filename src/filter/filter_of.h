@@ -36,7 +36,8 @@ class BVFilterOf : public Base {
   }
   void readParameters(const Value& parameters, const BVParameterReader& reader) override {
     Base::readParameters(parameters, reader);
-    if constexpr (!std::is_empty_v<S>) BVReadParameters(Self::parameterTable(), settings_, parameters, reader);
+    if constexpr (!std::is_same_v<S, BVNoSettings>)
+      BVReadParameters(Self::parameterTable(), settings_, parameters, reader);
   }
   void copySettingsTo(BVFilter& other) const override {
     Base::copySettingsTo(other);
@@ -44,11 +45,11 @@ class BVFilterOf : public Base {
   }
   void describeSettings(std::string& text) const override {
     Base::describeSettings(text);
-    if constexpr (!std::is_empty_v<S>) BVDescribeParameters(Self::parameterTable(), settings_, text);
+    if constexpr (!std::is_same_v<S, BVNoSettings>) BVDescribeParameters(Self::parameterTable(), settings_, text);
   }
   void listParameters(std::vector<BVParameterInfo>& list) const override {
     Base::listParameters(list);
-    if constexpr (!std::is_empty_v<S>) BVListParameters(Self::parameterTable(), list);
+    if constexpr (!std::is_same_v<S, BVNoSettings>) BVListParameters(Self::parameterTable(), list);
   }
 
  private:
