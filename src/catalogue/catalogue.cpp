@@ -10,6 +10,7 @@
 #include "catalogue/unsharp_mask_filter.h"
 #include "catalogue/vignette_filter.h"
 #include "filter/filter_registry.h"
+#include "masks/recipe_mask.h"
 #include "operators/library_operators.h"
 
 namespace brenvia {
@@ -24,6 +25,7 @@ void add(std::string_view type, std::string_view doc) {
 
 void BVRegisterCatalogue() {
   BVRegisterLibraryOperators();
+  BVMask::setMaker([](const Value& dictionary) { return BVRecipeMask::initWithDictionary(dictionary); });
   add<BVAdjustmentFilter>(kBVFilterTypeAdjustment, "exposure, contrast, saturation, hue, white balance and more");
   add<BVCurvesFilter>(kBVFilterTypeCurves, "tone curves from points, an ACV file or a lookup table");
   add<BVImageFilter>(kBVFilterTypeImage, "a picture laid over: frame, texture, light leak, grain");

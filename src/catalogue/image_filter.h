@@ -11,13 +11,11 @@ namespace brenvia {
 
 class BVRandomization;
 
-inline constexpr std::string_view kBVFilterImageNameKey = "imageName";
 inline constexpr std::string_view kBVFilterImageCustomRatiosKey = "customRatios";
 inline constexpr std::string_view kBVFilterRandomizeImageKey = "randomizeImage";
 inline constexpr std::string_view kBVFilterRandomlyMirrorHorizontallyKey = "randomlyMirrorHorizontally";
 inline constexpr std::string_view kBVFilterRandomlyMirrorVerticallyKey = "randomlyMirrorVertically";
 inline constexpr std::string_view kBVFilterRandomlyRotateKey = "randomlyRotate";
-inline constexpr std::string_view kBVFilterImageScalingKey = "scaling";
 inline constexpr std::string_view kBVFilterImagePositionKey = "position";
 inline constexpr std::string_view kBVFilterImageChangeFrequencyKey = "changeFrequency";
 inline constexpr std::string_view kBVFilterZoomKey = "zoom";

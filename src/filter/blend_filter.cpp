@@ -1,11 +1,11 @@
 #include "filter/blend_filter.h"
 
 #include "filter/input.h"
+#include "filter/mask.h"
 #include "filter/processing.h"
 #include "image/bitmap_context.h"
 #include "image/graphics_utilities.h"
 #include "image/image.h"
-#include "masks/mask.h"
 #include "operators/alpha_filter.h"
 #include "operators/chroma_key_filter.h"
 #include "platform/coreimage/ci_filter.h"
@@ -117,13 +117,8 @@ BVBlendFilter::~BVBlendFilter() {
 
 void BVBlendFilter::readParameters(const Value& parameters, const BVParameterReader& reader) {
   BVFilterOf::readParameters(parameters, reader);
-  mask_ = nullptr;
   const Value* mask = BVMember(parameters, kBVFilterMaskKey);
-  if (mask && !mask->is_null() && reader.reportsUnusableValues) {
-    BVLog(
-        "[BVBlendFilter] Masks are not supported yet; the filter is applied "
-        "without its mask.");
-  }
+  mask_ = mask ? BVMask::initWithDictionary(*mask) : nullptr;
   const Value* chromaKey = BVMember(parameters, kBVFilterChromaKey);
   chromaKey_ = chromaKey ? *chromaKey : Value();
 }
@@ -253,8 +248,9 @@ CIFilterArray BVBlendFilter::CIFiltersWithMaskIfNeeded(const CIFilterArray& filt
 void BVBlendFilter::applyToCGContext(BVBitmapContext* context) {
   const CGContextRef& c = context->context();
   if (mask_) {
-    if (CGImageRef picture = mask_->maskImageForFilter(*this)) {
-      CGContextClipToMask(c, CGContextGetClipBoundingBox(c), picture);
+    std::shared_ptr<BVImage> picture = mask_->maskImageForFilter(*this);
+    if (CGImageRef pixels = picture ? picture->CGImage() : nullptr) {
+      CGContextClipToMask(c, CGContextGetClipBoundingBox(c), pixels);
     }
   } else if (!chromaKey_.is_null()) {
     BVLog(

@@ -41,6 +41,10 @@ inline constexpr std::string_view kBVFilterTransitionKeyPathKey = "transitionKey
 inline constexpr std::string_view kBVFilterTransitionMinimumValueKey = "transitionMinimumValue";
 inline constexpr std::string_view kBVFilterTransitionMaximumValueKey = "transitionMaximumValue";
 inline constexpr std::string_view kBVFilterTransitionStaticValueKey = "transitionStaticValue";
+// Keys of a picture file in the asset folder and of how it is scaled to the canvas, read by overlay
+// filters and masks.
+inline constexpr std::string_view kBVFilterImageNameKey = "imageName";
+inline constexpr std::string_view kBVFilterImageScalingKey = "scaling";
 
 // Tags that the catalogue uses; any other string works the same way.
 inline constexpr std::string_view kBVFilterTagFrame = "frame";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/coreimage/ci_image.h"
 #include "platform/foundation/value.h"
 #include "platform/geometry/geometry.h"
 
@@ -28,6 +29,10 @@ class BVProcessing {
   virtual std::vector<std::shared_ptr<BVFilter>> filters() const = 0;
   // The object under which the run's random numbers are drawn, or null.
   virtual std::shared_ptr<const void> randomizationContext() const { return nullptr; }
+  // The run's depth picture (disparity, 0 to 1) and portrait matte on the canvas of the processed
+  // picture, or null.
+  virtual CIImageRef disparityImage() const { return nullptr; }
+  virtual CIImageRef portraitMatteImage() const { return nullptr; }
   // For a live preview, the least number of seconds between two random draws of a filter's values;
   // none for processors that render single pictures.
   virtual std::optional<double> randomizationFrequency() const { return std::nullopt; }

@@ -96,8 +96,8 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   void setOutput(Value output) { output_ = std::move(output); }
   void setProcessingRect(const CGRect& rect) { processingRect_ = rect; }
   const CGColorSpaceRef& colorSpace() const { return colorSpace_; }
-  const CIImageRef& disparityImage() const { return disparityImage_; }
-  const CIImageRef& portraitMatteImage() const { return portraitMatteImage_; }
+  CIImageRef disparityImage() const override { return disparityImage_; }
+  CIImageRef portraitMatteImage() const override { return portraitMatteImage_; }
 
  private:
   BVImageProcessor() = default;

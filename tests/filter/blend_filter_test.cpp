@@ -1,9 +1,9 @@
 #include "filter/blend_filter.h"
 
+#include "filter/mask.h"
 #include "filter/randomization.h"
 #include "image/bitmap_context.h"
 #include "image/graphics_utilities.h"
-#include "masks/mask.h"
 #include "platform/coreimage/ci_filter.h"
 #include "processor/image_processor.h"
 #include "test_support.h"
@@ -61,7 +61,7 @@ class MarkerMask final : public BVMask {
   std::shared_ptr<CIFilter> maskCIFilterForFilter(const BVFilter&) override {
     return CIFilter::filterWithName("CIColorInvert");
   }
-  CGImageRef maskImageForFilter(const BVFilter&) override { return nullptr; }
+  std::shared_ptr<BVImage> maskImageForFilter(const BVFilter&) override { return nullptr; }
   std::optional<std::string> imageName() const override { return "mask.png"; }
   void clearProcessingCache() override { ++cleared; }
   int cleared = 0;

@@ -250,6 +250,21 @@ TEST_F(RenderCommand, PicturesComeOutUprightAndWithinTheMaximumSize) {
   EXPECT_EQ(small->width(), 15u);
 }
 
+// A masked colour layer: red at the left where the gradient mask is opaque, the picture at the right.
+TEST_F(RenderCommand, MasksReachTheRender) {
+  const std::string recipe = write("masked.json", R"([{"type": "color", "colorHex": "#ff0000", "mode": "Normal",
+      "mask": {"gradient": {"colors": ["#ffffffff", "#ffffff00"]}}}])");
+  const std::string input = picture("in.png"), out = file("out.png");
+  auto result = test::runCli("render " + recipe + " " + input + " -o " + out);
+  ASSERT_EQ(result.status, 0) << result.out;
+  EXPECT_EQ(result.out.find("not supported"), std::string::npos) << result.out;
+  CGImageRef rendered = load(out), original = load(input);
+  ASSERT_TRUE(rendered && original);
+  EXPECT_GT(test::pixelAt(rendered, 0, 16)[0], 245);
+  EXPECT_LT(test::pixelAt(rendered, 0, 16)[1], 12);
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(test::pixelAt(rendered, 47, 16)[c], test::pixelAt(original, 47, 16)[c], 2);
+}
+
 TEST_F(RenderCommand, InfoDescribesThePicture) {
   auto bitmap = test::solidBitmap(40, 30, {1, 2, 3, 255});
   std::vector<uint8_t> bytes;
