@@ -1,6 +1,7 @@
 #include "image/image.h"
 
 #include "image/canvas_adjustment.h"
+#include "image/depth_images.h"
 #include "image/graphics_utilities.h"
 #include "platform/coreimage/ci_context.h"
 #include "platform/foundation/log.h"
@@ -132,10 +133,11 @@ std::shared_ptr<BVImage> BVImage::initWithContentsOfFile(const std::string& path
   }
   result->_ciImage = ::brenvia::CIImage::imageWithContentsOfFile(path);
   if (result->_ciImage) {
-    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) =
-        auxiliaryImages(options, [&](::brenvia::CIImage::Auxiliary which) {
-          return ::brenvia::CIImage::auxiliaryImageWithContentsOfFile(path, which);
-        });
+    auto [disparity, matte] = auxiliaryImages(options, [&](::brenvia::CIImage::Auxiliary which) {
+      return ::brenvia::CIImage::auxiliaryImageWithContentsOfFile(path, which);
+    });
+    result->setDisparityImage(disparity);
+    result->setPortraitMatteImage(matte);
   }
   result->_setOrientationWithOptions(options);
   return result;
@@ -160,12 +162,23 @@ std::shared_ptr<BVImage> BVImage::initWithData(const std::vector<uint8_t>& data,
   auto result = std::make_shared<BVImage>();
   result->_ciImage = ::brenvia::CIImage::imageWithData(data);
   if (result->_ciImage) {
-    std::tie(result->_disparityImageStorage, result->_portraitMatteImageStorage) = auxiliaryImages(
-        options,
-        [&](::brenvia::CIImage::Auxiliary which) { return ::brenvia::CIImage::auxiliaryImageWithData(data, which); });
+    auto [disparity, matte] = auxiliaryImages(options, [&](::brenvia::CIImage::Auxiliary which) {
+      return ::brenvia::CIImage::auxiliaryImageWithData(data, which);
+    });
+    result->setDisparityImage(disparity);
+    result->setPortraitMatteImage(matte);
   }
   result->_setOrientationWithOptions(options);
   return result;
+}
+
+void BVImage::setDisparityImage(const CIImageRef& disparity) {
+  _disparityImageStorage =
+      disparity && _ciImage ? BVEdgePreservingUpsampledImage(BVNormalizedDisparityImage(disparity), _ciImage) : nullptr;
+}
+
+void BVImage::setPortraitMatteImage(const CIImageRef& matte) {
+  _portraitMatteImageStorage = matte && _ciImage ? BVEdgePreservingUpsampledImage(matte, _ciImage) : nullptr;
 }
 
 void BVImage::_setOrientationWithOptions(const Value& options) {

@@ -139,6 +139,11 @@ class BVImage {
   }
   const CIImageRef& disparityImageStorage() const { return _disparityImageStorage; }
   const CIImageRef& portraitMatteImageStorage() const { return _portraitMatteImageStorage; }
+  // Store the depth map, its disparity stretched to 0 to 1, or the portrait matte, each brought to
+  // the size of the engine picture with edge-preserving upsampling. Without an engine picture, or
+  // when the map cannot be prepared, nothing is stored.
+  void setDisparityImage(const CIImageRef& disparity);
+  void setPortraitMatteImage(const CIImageRef& matte);
 
  private:
   bool _hasGeometryAdjustments() const;

@@ -263,7 +263,7 @@ TEST(MoreFormats, ImagesLoadedFromHeifCarryTheirMaps) {
   auto image = BVImage::initWithContentsOfFile(path, coreImage);
   ASSERT_TRUE(image);
   ASSERT_TRUE(image->disparityImageStorage());
-  EXPECT_EQ(image->disparityImageStorage()->extent().size.width, 32);
+  EXPECT_EQ(image->disparityImageStorage()->extent().size.width, 64) << "brought to the size of the picture";
   EXPECT_FALSE(image->portraitMatteImageStorage());
   Value skip = coreImage;
   skip[std::string(kBVImageInitializationOptionIgnoreDepthDataKey)] = true;
