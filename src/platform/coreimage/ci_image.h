@@ -43,8 +43,8 @@ class CIImage : public std::enable_shared_from_this<CIImage> {
   // (with one log line) when the file cannot be read.
   static CIImageRef imageWithContentsOfFile(const std::string& path, size_t maxPixelSize = 0);
   static CIImageRef imageWithData(const std::vector<uint8_t>& data, size_t maxPixelSize = 0);
-  // The disparity map or portrait matte stored beside the file's main picture (HEIF), untagged
-  // grey; null, without a log line, when the file has none.
+  // The disparity map or portrait matte stored beside the file's main picture (HEIF, or JPEG as
+  // phones write it), untagged grey; null, without a log line, when the file has none.
   enum class Auxiliary { Disparity, PortraitMatte };
   static CIImageRef auxiliaryImageWithContentsOfFile(const std::string& path, Auxiliary which);
   static CIImageRef auxiliaryImageWithData(const std::vector<uint8_t>& data, Auxiliary which);

@@ -33,6 +33,12 @@ bool readPNG(const Source& source, ReadMode mode, DecodedImage& out, std::string
 bool readHEIF(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
 bool readWebP(const Source& source, ReadMode mode, const DecodeOptions& options, DecodedImage& out, std::string& why);
 bool readTIFF(const Source& source, ReadMode mode, DecodedImage& out, std::string& why);
+// The depth map or portrait matte a phone stored beside a JPEG file's picture, as untagged grey
+// (distances become disparity). Succeeds with `out.image` null when the file has none; fails, with
+// a reason, when the metadata that describes one is malformed or points outside the file, and
+// without one when the stored map itself could not be decoded (the decoder logged it as `name`).
+bool readJPEGAuxiliary(const uint8_t* data, size_t size, AuxiliaryImage which, std::string_view name, DecodedImage& out,
+                       std::string& why);
 
 // The reduction a decode with maxPixelSize makes: the largest of 8, 4 and 2 that keeps the longer
 // side, rounded up, at least `target` pixels; 1 when none does or no target is set. Every format
@@ -108,7 +114,9 @@ struct OutputColor {
   const std::vector<uint8_t>* profile = nullptr;  // profile to embed, or null
 };
 OutputColor chooseOutputColor(CGPixelFormat format, const CGColorSpaceRef& space);
-inline OutputColor chooseOutputColor(const CGImage& image) { return chooseOutputColor(image.format(), image.colorSpace()); }
+inline OutputColor chooseOutputColor(const CGImage& image) {
+  return chooseOutputColor(image.format(), image.colorSpace());
+}
 
 // Whether the format holds more than 8 bits per component (16-bit and float formats).
 bool hasDeepSamples(CGPixelFormat f);

@@ -36,8 +36,10 @@ struct DecodeOptions {
   // maxPixelSize, and reduces that by the same rule. Auxiliary maps keep their own size.
   size_t maxPixelSize = 0;
   // Not None: decode that auxiliary map of the primary picture instead, as untagged Gray8 or
-  // Gray16. A file without one (any format but HEIF) gives nothing, and logs nothing. A depth map
-  // that stores distance between two given planes comes as disparity (Gray16, 1 at the near plane).
+  // Gray16: from HEIF, or from a JPEG file's XMP or multi-picture index. A file without one gives
+  // nothing and logs nothing; a JPEG whose map metadata is malformed gives nothing with a log line.
+  // A depth map that stores distance between two given planes comes as disparity (Gray16, 1 at the
+  // near plane).
   AuxiliaryImage auxiliary = AuxiliaryImage::None;
   // Large JPEG files (decodeFile only) may return before their rows are decoded: the rows arrive
   // from a thread of the decoder's own, and readers of the bitmap wait for the rows they touch. A

@@ -157,14 +157,31 @@ bool readAny(const Source& source, const uint8_t* head, size_t headSize, ReadMod
   return ok;
 }
 
+// A JPEG file's map: nothing when it has none, and a log line when its description is malformed.
+std::optional<DecodedImage> jpegAuxiliary(const uint8_t* data, size_t size, AuxiliaryImage which,
+                                          std::string_view name) {
+  DecodedImage out;
+  std::string why;
+  if (!detail::readJPEGAuxiliary(data, size, which, name, out, why)) {
+    if (!why.empty()) detail::logFailure("read the depth data of", name, why);
+    return std::nullopt;
+  }
+  if (!out.image) return std::nullopt;
+  return out;
+}
+
 }  // namespace
 
 std::optional<DecodedImage> decodeData(const uint8_t* data, size_t size, const DecodeOptions& options,
                                        std::string_view name) {
   DecodedImage out;
   if (!data) size = 0;
-  // Only HEIF files hold auxiliary maps; other files have none to report, which is no failure.
-  if (options.auxiliary != AuxiliaryImage::None && sniff(data, size) != Format::HEIF) return std::nullopt;
+  // Only HEIF and JPEG files hold auxiliary maps; other files have none to report, which is no failure.
+  if (options.auxiliary != AuxiliaryImage::None) {
+    const Format format = sniff(data, size);
+    if (format == Format::JPEG) return jpegAuxiliary(data, size, options.auxiliary, name);
+    if (format != Format::HEIF) return std::nullopt;
+  }
   Source source;
   source.data = data;
   source.size = size;
@@ -176,17 +193,21 @@ std::optional<DecodedImage> decodeFile(const std::string& path, const DecodeOpti
   std::string why;
   auto bytes = std::make_shared<std::vector<uint8_t>>();
   FilePtr f = openForReading(path, why);
+  bool jpegMap = false;
   if (f && options.auxiliary != AuxiliaryImage::None) {
-    // Only HEIF holds auxiliary maps: other files need not be read past their first bytes.
+    // Only HEIF and JPEG hold auxiliary maps: other files need not be read past their first bytes.
     uint8_t head[kSniffBytes];
     size_t headSize = std::fread(head, 1, sizeof head, f.get());
-    if (sniff(head, headSize) != Format::HEIF) return std::nullopt;
+    const Format format = sniff(head, headSize);
+    if (format != Format::HEIF && format != Format::JPEG) return std::nullopt;
+    jpegMap = format == Format::JPEG;
   }
   if (!f || !readWholeFile(f.get(), *bytes, why)) {
     detail::logFailure("read", path, why);
     return std::nullopt;
   }
   f.reset();
+  if (jpegMap) return jpegAuxiliary(bytes->data(), bytes->size(), options.auxiliary, path);
   DecodedImage out;
   Source source{bytes->data(), bytes->size(), nullptr, bytes, path};
   if (!readAny(source, bytes->data(), bytes->size(), ReadMode::Pixels, options, path, out) || !out.image)
