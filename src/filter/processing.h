@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/coreimage/ci_detector.h"
 #include "platform/coreimage/ci_image.h"
 #include "platform/foundation/value.h"
 #include "platform/geometry/geometry.h"
@@ -33,6 +34,9 @@ class BVProcessing {
   // picture, or null.
   virtual CIImageRef disparityImage() const { return nullptr; }
   virtual CIImageRef portraitMatteImage() const { return nullptr; }
+  // The largest face of the processed picture, in its coordinates, found on first request; none
+  // when there is none or faces cannot be looked for.
+  virtual std::optional<CIFaceFeature> detectedKeyFaceFeature() const { return std::nullopt; }
   // For a live preview, the least number of seconds between two random draws of a filter's values;
   // none for processors that render single pictures.
   virtual std::optional<double> randomizationFrequency() const { return std::nullopt; }

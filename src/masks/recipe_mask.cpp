@@ -132,12 +132,31 @@ std::shared_ptr<BVImage> BVRecipeMask::embeddedMask(const BVFilter& filter) cons
   return source ? BVImage::initWithCIImage(source->imageByApplyingFilter("CIColorInvert")) : nullptr;
 }
 
-// Focused by preset and autofocus when both are given (at the centre: faces are not detected yet),
-// otherwise the depth itself.
-CIImageRef BVRecipeMask::disparityMask(const BVFilter&, const CIImageRef& disparity) const {
+// Focused by preset and autofocus when both are given, otherwise the depth itself. Faces and eyes
+// focus on the processor's key face (the left eye only); without one, or where it gives no depth,
+// the centre is taken.
+CIImageRef BVRecipeMask::disparityMask(const BVFilter& filter, const CIImageRef& disparity) const {
   if (!disparityDepthMaskPreset_ || !disparityAutofocus_) return disparity;
-  const double focal = BVDisparityMaskFocus::focalValueIn(kCentreRectangle, disparity);
-  return focusMask(disparity, BVDisparityMaskFocus::withPreset(focal, *disparityDepthMaskPreset_));
+  std::optional<double> focal;
+  std::shared_ptr<BVProcessing> running = filter.processor();
+  const bool byFace = *disparityAutofocus_ == BVParameterStringValue::face;
+  const bool byEyes = *disparityAutofocus_ == BVParameterStringValue::eyes;
+  if ((byFace || byEyes) && running) {
+    if (std::optional<CIFaceFeature> face = running->detectedKeyFaceFeature()) {
+      const CGRect r = running->processingRect();
+      const auto relative = [&](CGPoint p) {
+        return CGPoint{(p.x - r.origin.x) / r.size.width, (p.y - r.origin.y) / r.size.height};
+      };
+      const CGPoint corner = relative(face->bounds.origin);
+      const CGRect sample = byEyes ? CGRect{relative(face->leftEyePosition), {0, 0}}
+                                   : CGRectMake(corner.x, corner.y, face->bounds.size.width / r.size.width,
+                                                face->bounds.size.height / r.size.height);
+      focal = BVDisparityMaskFocus::focalValueIn(sample, disparity);
+      if (*focal == 0.0) focal.reset();
+    }
+  }
+  if (!focal) focal = BVDisparityMaskFocus::focalValueIn(kCentreRectangle, disparity);
+  return focusMask(disparity, BVDisparityMaskFocus::withPreset(*focal, *disparityDepthMaskPreset_));
 }
 
 std::shared_ptr<BVImage> BVRecipeMask::gradientMask(CGSize size) {

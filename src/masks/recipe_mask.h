@@ -28,8 +28,9 @@ struct BVDisparityMaskFocus {
 };
 
 // The mask of a recipe's `mask` dictionary. The picture comes from the first source that gives one:
-// the photo's depth or portrait matte (when `preferEmbedded` asks for it and the run has it; the
-// subject comes out black, so the effect falls on what is out of focus), a picture file, a gradient.
+// the photo's depth (focused on the key face, its left eye or the centre) or portrait matte, when
+// `preferEmbedded` asks for it and the run has it (the subject comes out black, so the effect falls
+// on what is out of focus); a picture file; a gradient.
 class BVRecipeMask final : public BVMask {
  public:
   // Null when the dictionary holds nothing usable.

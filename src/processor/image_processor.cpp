@@ -196,6 +196,19 @@ std::shared_ptr<CIContext> BVImageProcessor::contextFor(const BVImage& image, bo
   return context_;
 }
 
+std::optional<CIFaceFeature> BVImageProcessor::detectedKeyFaceFeature() const {
+  std::lock_guard lock(faceMutex_);
+  if (keyFace_) return *keyFace_;
+  keyFace_.emplace();
+  auto detector = faceSource_ ? CIDetector::detectorOfType(CIDetectorTypeFace, context_, Value::object()) : nullptr;
+  if (!detector) return std::nullopt;
+  const auto area = [](const CIFaceFeature& f) { return f.bounds.size.width * f.bounds.size.height; };
+  for (const CIFaceFeature& face : detector->featuresInImage(faceSource_)) {
+    if (!*keyFace_ || area(face) > area(**keyFace_)) *keyFace_ = face;
+  }
+  return *keyFace_;
+}
+
 CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image, const BVFilterArray& filters,
                                           bool rendersHere, bool edgesExtend) {
   CIImageRef adjusted = image->adjustedCIImage();
@@ -205,6 +218,11 @@ CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image,
   }
   disparityImage_ = image->disparityImageStorage();
   portraitMatteImage_ = image->portraitMatteImageStorage();
+  {
+    std::lock_guard lock(faceMutex_);
+    faceSource_ = adjusted;
+    keyFace_.reset();
+  }
   processingRect_ = adjusted->extent();
   for (const auto& filter : filters) {
     if (filter) filter->setProcessor(shared_from_this());

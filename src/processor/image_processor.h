@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -98,6 +99,7 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   const CGColorSpaceRef& colorSpace() const { return colorSpace_; }
   CIImageRef disparityImage() const override { return disparityImage_; }
   CIImageRef portraitMatteImage() const override { return portraitMatteImage_; }
+  std::optional<CIFaceFeature> detectedKeyFaceFeature() const override;
 
  private:
   BVImageProcessor() = default;
@@ -122,6 +124,10 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   BVImageProcessorOptions options_;
   CGColorSpaceRef colorSpace_ = CGColorSpaceCreateDeviceRGB();
   CIImageRef disparityImage_, portraitMatteImage_;
+  // The picture faces are looked for in, and the key face once looked for.
+  CIImageRef faceSource_;
+  mutable std::mutex faceMutex_;
+  mutable std::optional<std::optional<CIFaceFeature>> keyFace_;
   std::shared_ptr<BVImage> originalImage_;
   Value output_;
   CGRect processingRect_ = CGRectZero;

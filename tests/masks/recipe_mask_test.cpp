@@ -3,6 +3,7 @@
 #include "masks/recipe_mask.h"
 
 #include "image/image.h"
+#include "platform/coreimage/ci_context.h"
 #include "platform/imageio/image_io.h"
 #include "processor/image_processor.h"
 #include "test_support.h"
@@ -170,6 +171,34 @@ TEST(BVDisparityMaskFocus, PresetsAndFocalValues) {
   CIImageRef ramp = greyMap([](size_t x) { return uint8_t(x * 4); });
   EXPECT_NEAR(BVDisparityMaskFocus::focalValueIn({0.25, 0.25, 0, 0}, ramp), 20 * 4 / 255.0, 1e-9);
   EXPECT_NEAR(BVDisparityMaskFocus::focalValueIn({0, 0, 0.5, 1}, ramp), 31 * 4 / 255.0, 1e-9);
+}
+
+// The portrait with a depth map that puts its face near and everything else far: focused on the
+// face or the eyes the face stays as it is and the rest turns red; focused at the centre, below
+// the face, the other way round.
+TEST(RecipeMaskFaces, DepthFocusesOnTheFaceOrTheCentre) {
+  CIImageRef portrait = CIImage::imageWithContentsOfFile(std::string(BRENVIA_TEST_DATA) + "/astronaut.png");
+  auto depth = CGImage::allocate(512, 512, CGPixelFormat::Gray8, CGColorSpaceRef());
+  for (size_t y = 0; y < 512; ++y)
+    for (size_t x = 0; x < 512; ++x) depth->mutableRow(y)[x] = x >= 165 && x < 285 && y >= 52 && y < 172 ? 230 : 40;
+  auto image = BVImage::initWithCIImage(portrait, CIImage::imageWithCGImage(depth), nullptr);
+  CGImageRef original = CIContext::context()->createCGImage(portrait, portrait->extent());
+  for (const char* focus : {"face", "eyes", "center"}) {
+    SCOPED_TRACE(focus);
+    const Value filter = {
+        {"type", "color"},
+        {"colorHex", "#ff0000"},
+        {"mode", "Normal"},
+        {"mask",
+         {{"preferEmbedded", "disparity"}, {"disparityDepthPreset", "shallow"}, {"disparityAutofocus", focus}}}};
+    auto out =
+        BVImageProcessor::initWithFilters(BVFilter::filtersWithArray(Value::array({filter})), {})->process(image);
+    ASSERT_TRUE(out && out->CGImage());
+    const bool faceInFocus = std::string(focus) != "center";
+    // (225, 110) lies on the face, (60, 450) on the background, rows counted from the top.
+    EXPECT_EQ(test::rgbAt(*out->CGImage(), 225, 110) == test::rgbAt(*original, 225, 110), faceInFocus);
+    EXPECT_EQ(test::rgbAt(*out->CGImage(), 60, 450) == test::rgbAt(*original, 60, 450), !faceInFocus);
+  }
 }
 
 }  // namespace
