@@ -128,11 +128,10 @@ std::optional<std::string> xmpProperty(std::string_view xmp, std::string_view na
                                        size_t to = std::string_view::npos) {
   xmp = xmp.substr(0, to);
   for (size_t at = xmp.find(name, from); at != std::string_view::npos; at = xmp.find(name, at + 1)) {
-    if (at > 0 && xmp[at - 1] != ' ' && xmp[at - 1] != '\n' && xmp[at - 1] != '\t' && xmp[at - 1] != '<' &&
-        xmp[at - 1] != '\r')
-      continue;
+    const char before = at > 0 ? xmp[at - 1] : ' ';
+    if (before != ' ' && before != '\n' && before != '\t' && before != '\r' && before != '<') continue;
     size_t after = at + name.size();
-    if (xmp[at - 1] == '<') {
+    if (before == '<') {
       const size_t close = xmp.find('>', after);
       const size_t end = xmp.find('<', close);
       if (close == std::string_view::npos || end == std::string_view::npos) return std::nullopt;
