@@ -45,8 +45,13 @@ std::shared_ptr<BVImage> uprightPicture(const BVImage& image) {
   if (!stored) return nullptr;
   Value properties = stored->properties();
   properties["Orientation"] = 1;
+  const int orientation = image.EXIFOrientation();
+  const auto turned = [&](const CIImageRef& map) {
+    return map ? map->imageByApplyingOrientation(orientation) : nullptr;
+  };
   auto upright = BVImage::initWithCIImage(
-      stored->imageByApplyingOrientation(image.EXIFOrientation())->imageBySettingProperties(std::move(properties)));
+      stored->imageByApplyingOrientation(orientation)->imageBySettingProperties(std::move(properties)),
+      turned(image.disparityImageStorage()), turned(image.portraitMatteImageStorage()));
   upright->setScaleAdjustment(image.scaleAdjustment());
   upright->setCanvasAdjustment(image.canvasAdjustment());
   return upright;
@@ -216,14 +221,25 @@ CIImageRef BVImageProcessor::chainedImage(const std::shared_ptr<BVImage>& image,
     BVLog("[BVImageProcessor] Could not render adjusted CIImage to process. Output will be nil.");
     return nullptr;
   }
-  disparityImage_ = image->disparityImageStorage();
-  portraitMatteImage_ = image->portraitMatteImageStorage();
+  processingRect_ = adjusted->extent();
+  // Maps follow a picture scaled for the render onto the processed rectangle.
+  const auto fitted = [&](const CIImageRef& map) -> CIImageRef {
+    if (!map) return nullptr;
+    const CGRect from = map->extent(), to = processingRect_;
+    if (CGRectEqualToRect(from, to)) return map;
+    CGAffineTransform placed =
+        CGAffineTransformMakeScale(to.size.width / from.size.width, to.size.height / from.size.height);
+    placed.tx = to.origin.x - from.origin.x * placed.a;
+    placed.ty = to.origin.y - from.origin.y * placed.d;
+    return map->imageByApplyingTransform(placed);
+  };
+  disparityImage_ = fitted(image->disparityImageStorage());
+  portraitMatteImage_ = fitted(image->portraitMatteImageStorage());
   {
     std::lock_guard lock(faceMutex_);
     faceSource_ = adjusted;
     keyFace_.reset();
   }
-  processingRect_ = adjusted->extent();
   for (const auto& filter : filters) {
     if (filter) filter->setProcessor(shared_from_this());
   }
@@ -258,13 +274,26 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BV
   return bitmap ? BVImage::initWithCGImage(bitmap) : nullptr;
 }
 
-std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::string& path, size_t maxSize) {
+std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::string& path, size_t maxSize,
+                                                                     bool withDepth) {
   auto picture = BVImage::initWithCIImage(CIImage::imageWithContentsOfFile(path, maxSize));
+  if (picture && withDepth) {
+    picture->setDisparityImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::Disparity));
+    picture->setPortraitMatteImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::PortraitMatte));
+  }
   if (!picture || maxSize == 0) return picture;
   const CGSize size = picture->size();
   const double longer = std::max(size.width, size.height);
   if (longer > double(maxSize)) picture->setScaleAdjustment(double(maxSize) / longer);
   return picture;
+}
+
+bool BVImageProcessor::recipeUsesDepth(const Value& recipe) {
+  if (!recipe.is_array()) return false;
+  return std::any_of(recipe.begin(), recipe.end(), [](const Value& filter) {
+    const Value* mask = BVMember(filter, "mask");
+    return mask && BVMember(*mask, "preferEmbedded");
+  });
 }
 
 CIImageRef BVImageProcessor::fileRunResult(const std::shared_ptr<BVImage>& picture,
