@@ -15,6 +15,9 @@ namespace {
 
 // Brightness differences (0 to 255) at which a guide sample's weight halves.
 constexpr double kRangeSigma = 12.0;
+// Maps are refined at up to this many times their own size; the engine scales the rest of the way
+// when the map is used, which keeps a 12 MP picture's map cheap to prepare.
+constexpr double kLargestRefinement = 2.0;
 
 struct GreyPlane {
   size_t width = 0, height = 0;
@@ -112,7 +115,11 @@ CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRe
   const CGRect target = CGRectIntegral(guide->extent());
   const CGSize mapSize = map->extent().size;
   if (mapSize.width == target.size.width && mapSize.height == target.size.height) return map;
-  std::optional<GreyPlane> small = renderRed(map), full = renderBrightness(guide);
+  const double refinement = std::min({1.0, kLargestRefinement * mapSize.width / target.size.width,
+                                      kLargestRefinement * mapSize.height / target.size.height});
+  CIImageRef workingGuide =
+      refinement < 1 ? guide->imageByApplyingTransform(CGAffineTransformMakeScale(refinement, refinement)) : guide;
+  std::optional<GreyPlane> small = renderRed(map), full = renderBrightness(workingGuide);
   if (!small || !full) return nullptr;
   const GreyPlane coarse = cellMeans(*full, small->width, small->height);
 
@@ -148,7 +155,14 @@ CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRe
                                                           clampIndex(long(u + 0.5), small->width)];
     }
   });
-  return greyImage16(out, target);
+  const CGRect worked = CGRectIntegral(workingGuide->extent());
+  CIImageRef refined = greyImage16(out, CGRectMake(0, 0, worked.size.width, worked.size.height));
+  if (!refined) return nullptr;
+  CGAffineTransform placed =
+      CGAffineTransformMakeScale(target.size.width / worked.size.width, target.size.height / worked.size.height);
+  placed.tx = target.origin.x, placed.ty = target.origin.y;
+  return refinement < 1 || target.origin.x != 0 || target.origin.y != 0 ? refined->imageByApplyingTransform(placed)
+                                                                        : refined;
 }
 
 }  // namespace brenvia

@@ -11,7 +11,8 @@ CIImageRef BVNormalizedDisparityImage(const CIImageRef& disparity);
 
 // `map` (an untagged grey picture) brought to the extent of `guide`: each pixel mixes the map's
 // nearest 4 x 4 samples by distance and by how close the guide's brightness there is to its own,
-// so that edges of the map follow the edges of the picture. A map of the guide's size comes back
+// so that edges of the map follow the edges of the picture. The mixing runs at up to twice the
+// map's size and is scaled from there to the guide's extent. A map of the guide's size comes back
 // as it is. Null for a null map or guide.
 CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRef& guide);
 

@@ -275,10 +275,12 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BV
 }
 
 std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::string& path, size_t maxSize,
-                                                                     bool withDepth) {
+                                                                     bool withDisparity, bool withMatte) {
   auto picture = BVImage::initWithCIImage(CIImage::imageWithContentsOfFile(path, maxSize));
-  if (picture && withDepth) {
+  if (picture && withDisparity) {
     picture->setDisparityImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::Disparity));
+  }
+  if (picture && withMatte) {
     picture->setPortraitMatteImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::PortraitMatte));
   }
   if (!picture || maxSize == 0) return picture;
@@ -288,11 +290,12 @@ std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::
   return picture;
 }
 
-bool BVImageProcessor::recipeUsesDepth(const Value& recipe) {
+bool BVImageProcessor::recipeUsesEmbeddedMap(const Value& recipe, std::string_view kind) {
   if (!recipe.is_array()) return false;
-  return std::any_of(recipe.begin(), recipe.end(), [](const Value& filter) {
+  return std::any_of(recipe.begin(), recipe.end(), [&](const Value& filter) {
     const Value* mask = BVMember(filter, "mask");
-    return mask && BVMember(*mask, "preferEmbedded");
+    const Value* preferred = mask ? BVMember(*mask, "preferEmbedded") : nullptr;
+    return preferred && BVString(*preferred) == kind;
   });
 }
 

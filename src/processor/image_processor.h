@@ -71,13 +71,13 @@ class BVImageProcessor final : public BVProcessing, public std::enable_shared_fr
   // A picture file as processToFile takes it: decoded no larger than a longer side of maxSize needs
   // (0: full size; the rows of a large JPEG arrive while it is rendered), with its orientation, and
   // scaled so that its longer side, upright, is at most maxSize. Null, with the decoder's log line,
-  // when the file cannot be read. With `withDepth`, the file's depth map and portrait matte come
-  // along, brought to the decoded picture's size.
+  // when the file cannot be read. The file's depth map and portrait matte come along as asked,
+  // brought to the decoded picture's size.
   static std::shared_ptr<BVImage> pictureWithContentsOfFile(const std::string& path, size_t maxSize = 0,
-                                                            bool withDepth = false);
-  // Whether a filter of the recipe (an array of filter dictionaries) masks by the photo's depth or
-  // portrait matte, which are then worth loading.
-  static bool recipeUsesDepth(const Value& recipe);
+                                                            bool withDisparity = false, bool withMatte = false);
+  // Whether a filter of the recipe (an array of filter dictionaries) masks by the photo's map of
+  // that kind ("disparity" or "portraitMatte"), which is then worth loading.
+  static bool recipeUsesEmbeddedMap(const Value& recipe, std::string_view kind);
 
   // BVProcessing
   std::shared_ptr<CIContext> context() const override { return context_; }

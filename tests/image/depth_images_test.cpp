@@ -42,14 +42,14 @@ TEST(DepthImages, DisparityIsStretchedToTheUnitRange) {
   EXPECT_FALSE(BVNormalizedDisparityImage(nullptr));
 }
 
-// A map with a step at the picture's edge keeps the step sharp where plain interpolation would
-// spread it over several pixels; a map of the picture's size is kept as it is.
+// A map with a step at the picture's edge, brought to twice its size, keeps the step sharp where
+// plain interpolation would spread it over several pixels; a map of the picture's size is kept.
 TEST(DepthImages, UpsamplingFollowsThePicturesEdges) {
   CIImageRef picture = CIImage::imageWithCGImage(test::makeBitmap(64, 32, [](size_t x, size_t) {
     const uint8_t v = x < 32 ? 40 : 210;
     return std::array<uint8_t, 4>{v, v, v, 255};
   }));
-  CIImageRef step = greyMap(16, 8, [](size_t x) { return x < 8 ? 0 : 255; });
+  CIImageRef step = greyMap(32, 16, [](size_t x) { return x < 16 ? 0 : 255; });
   std::vector<float> row = middleRow(BVEdgePreservingUpsampledImage(step, picture));
   ASSERT_EQ(row.size(), 64u);
   EXPECT_LT(row[30], 0.02f);

@@ -97,8 +97,9 @@ std::optional<std::string> assetFolder(const RenderSettings& s) {
 bool renderPicture(const RenderSettings& s, const Value& recipe, const std::string& input, const fs::path& output,
                    int threads, std::shared_ptr<BVRandomization> randomization) {
   // A crop is given in pixels of the whole picture, so a picture with canvas options is decoded whole.
-  auto picture = BVImageProcessor::pictureWithContentsOfFile(input, s.canvas.any() ? 0 : size_t(s.maxSize),
-                                                             BVImageProcessor::recipeUsesDepth(recipe));
+  auto picture = BVImageProcessor::pictureWithContentsOfFile(
+      input, s.canvas.any() ? 0 : size_t(s.maxSize), BVImageProcessor::recipeUsesEmbeddedMap(recipe, "disparity"),
+      BVImageProcessor::recipeUsesEmbeddedMap(recipe, "portraitMatte"));
   if (!picture) {
     const std::string why = readFailureOnThisThread(input);
     fail(input, why.empty() ? "cannot read the picture" : "cannot read the picture: " + why);
