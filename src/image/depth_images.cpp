@@ -111,14 +111,20 @@ CIImageRef BVNormalizedDisparityImage(const CIImageRef& disparity) {
 }
 
 CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRef& guide) {
+  return guide ? BVEdgePreservingUpsampledImage(map, guide, guide->extent()) : nullptr;
+}
+
+CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRef& guide, const CGRect& extent) {
   if (!map || !guide) return nullptr;
-  const CGRect target = CGRectIntegral(guide->extent());
+  const CGRect target = CGRectIntegral(extent);
   const CGSize mapSize = map->extent().size;
   if (mapSize.width == target.size.width && mapSize.height == target.size.height) return map;
   const double refinement = std::min({1.0, kLargestRefinement * mapSize.width / target.size.width,
                                       kLargestRefinement * mapSize.height / target.size.height});
+  const CGRect g = guide->extent();
+  const double sx = target.size.width * refinement / g.size.width, sy = target.size.height * refinement / g.size.height;
   CIImageRef workingGuide =
-      refinement < 1 ? guide->imageByApplyingTransform(CGAffineTransformMakeScale(refinement, refinement)) : guide;
+      sx == 1 && sy == 1 ? guide : guide->imageByApplyingTransform(CGAffineTransformMakeScale(sx, sy));
   std::optional<GreyPlane> small = renderRed(map), full = renderBrightness(workingGuide);
   if (!small || !full) return nullptr;
   const GreyPlane coarse = cellMeans(*full, small->width, small->height);
@@ -127,13 +133,13 @@ CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRe
   for (size_t d = 0; d < rangeWeight.size(); ++d)
     rangeWeight[d] = float(std::exp2(-(double(d) * d) / (kRangeSigma * kRangeSigma)));
   GreyPlane out{full->width, full->height, std::vector<float>(full->width * full->height)};
-  const double sx = double(small->width) / double(full->width), sy = double(small->height) / double(full->height);
+  const double ux = double(small->width) / double(full->width), uy = double(small->height) / double(full->height);
   const auto clampIndex = [](long i, size_t n) { return size_t(std::clamp<long>(i, 0, long(n) - 1)); };
   BVExecutorParallelFor(out.height, 0, [&](size_t y) {
-    const double v = (double(y) + 0.5) * sy - 0.5;
+    const double v = (double(y) + 0.5) * uy - 0.5;
     const long j0 = long(std::floor(v)) - 1;
     for (size_t x = 0; x < out.width; ++x) {
-      const double u = (double(x) + 0.5) * sx - 0.5;
+      const double u = (double(x) + 0.5) * ux - 0.5;
       const long i0 = long(std::floor(u)) - 1;
       const float own = full->values[y * full->width + x];
       float sum = 0, weights = 0;
@@ -161,8 +167,10 @@ CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRe
   CGAffineTransform placed =
       CGAffineTransformMakeScale(target.size.width / worked.size.width, target.size.height / worked.size.height);
   placed.tx = target.origin.x, placed.ty = target.origin.y;
-  return refinement < 1 || target.origin.x != 0 || target.origin.y != 0 ? refined->imageByApplyingTransform(placed)
-                                                                        : refined;
+  return worked.size.width != target.size.width || worked.size.height != target.size.height || target.origin.x != 0 ||
+                 target.origin.y != 0
+             ? refined->imageByApplyingTransform(placed)
+             : refined;
 }
 
 }  // namespace brenvia

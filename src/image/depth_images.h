@@ -15,5 +15,7 @@ CIImageRef BVNormalizedDisparityImage(const CIImageRef& disparity);
 // map's size and is scaled from there to the guide's extent. A map of the guide's size comes back
 // as it is. Null for a null map or guide.
 CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRef& guide);
+// The same onto `extent`, with a guide of the same picture at any size (a reduced decode is enough).
+CIImageRef BVEdgePreservingUpsampledImage(const CIImageRef& map, const CIImageRef& guide, const CGRect& extent);
 
 }  // namespace brenvia

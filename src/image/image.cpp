@@ -172,13 +172,16 @@ std::shared_ptr<BVImage> BVImage::initWithData(const std::vector<uint8_t>& data,
   return result;
 }
 
-void BVImage::setDisparityImage(const CIImageRef& disparity) {
-  _disparityImageStorage =
-      disparity && _ciImage ? BVEdgePreservingUpsampledImage(BVNormalizedDisparityImage(disparity), _ciImage) : nullptr;
+void BVImage::setDisparityImage(const CIImageRef& disparity, const CIImageRef& guide) {
+  _disparityImageStorage = disparity && _ciImage
+                               ? BVEdgePreservingUpsampledImage(BVNormalizedDisparityImage(disparity),
+                                                                guide ? guide : _ciImage, _ciImage->extent())
+                               : nullptr;
 }
 
-void BVImage::setPortraitMatteImage(const CIImageRef& matte) {
-  _portraitMatteImageStorage = matte && _ciImage ? BVEdgePreservingUpsampledImage(matte, _ciImage) : nullptr;
+void BVImage::setPortraitMatteImage(const CIImageRef& matte, const CIImageRef& guide) {
+  _portraitMatteImageStorage =
+      matte && _ciImage ? BVEdgePreservingUpsampledImage(matte, guide ? guide : _ciImage, _ciImage->extent()) : nullptr;
 }
 
 void BVImage::_setOrientationWithOptions(const Value& options) {

@@ -141,9 +141,10 @@ class BVImage {
   const CIImageRef& portraitMatteImageStorage() const { return _portraitMatteImageStorage; }
   // Store the depth map, its disparity stretched to 0 to 1, or the portrait matte, each brought to
   // the size of the engine picture with edge-preserving upsampling. Without an engine picture, or
-  // when the map cannot be prepared, nothing is stored.
-  void setDisparityImage(const CIImageRef& disparity);
-  void setPortraitMatteImage(const CIImageRef& matte);
+  // when the map cannot be prepared, nothing is stored. `guide`, a smaller copy of the engine picture,
+  // spares reading the whole picture for the edges.
+  void setDisparityImage(const CIImageRef& disparity, const CIImageRef& guide = nullptr);
+  void setPortraitMatteImage(const CIImageRef& matte, const CIImageRef& guide = nullptr);
 
  private:
   bool _hasGeometryAdjustments() const;

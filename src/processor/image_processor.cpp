@@ -277,11 +277,18 @@ std::shared_ptr<BVImage> BVImageProcessor::runCoreImage(const std::shared_ptr<BV
 std::shared_ptr<BVImage> BVImageProcessor::pictureWithContentsOfFile(const std::string& path, size_t maxSize,
                                                                      bool withDisparity, bool withMatte) {
   auto picture = BVImage::initWithCIImage(CIImage::imageWithContentsOfFile(path, maxSize));
+  // The edges that guide a map's upsampling are read from a decode of about twice the map's size.
+  const auto guideFor = [&](const CIImageRef& map) {
+    const CGSize size = map ? map->extent().size : CGSizeZero;
+    return map ? CIImage::imageWithContentsOfFile(path, size_t(2 * std::max(size.width, size.height))) : nullptr;
+  };
   if (picture && withDisparity) {
-    picture->setDisparityImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::Disparity));
+    CIImageRef map = CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::Disparity);
+    picture->setDisparityImage(map, guideFor(map));
   }
   if (picture && withMatte) {
-    picture->setPortraitMatteImage(CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::PortraitMatte));
+    CIImageRef map = CIImage::auxiliaryImageWithContentsOfFile(path, CIImage::Auxiliary::PortraitMatte);
+    picture->setPortraitMatteImage(map, guideFor(map));
   }
   if (!picture || maxSize == 0) return picture;
   const CGSize size = picture->size();
