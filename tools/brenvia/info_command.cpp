@@ -36,10 +36,6 @@ bool listFaces(const BVImage& picture) {
   return true;
 }
 
-}  // namespace
-
-namespace {
-
 // The colour space as people name it. Other RGB profiles never reach here: they are converted to
 // sRGB as the picture is read.
 std::string readableName(const CGColorSpaceRef& space) {
