@@ -31,7 +31,6 @@ TEST(OpsCommand, UnknownOperationAndUsageErrors) {
   auto unknown = test::runCli("ops CINothing");
   EXPECT_EQ(unknown.status, 1);
   EXPECT_EQ(unknown.out, "brenvia: ops: unknown operation `CINothing`\n");
-  EXPECT_EQ(test::runCli("").status, 2);
   EXPECT_EQ(test::runCli("frobnicate").status, 2);
 }
 
