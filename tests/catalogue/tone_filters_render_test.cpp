@@ -130,23 +130,6 @@ TEST_F(ToneFiltersOnPhoto, PerPixelFiltersFollowTheirFormulas) {
   }
 }
 
-TEST_F(ToneFiltersOnPhoto, FadeClampsEveryChannelIntoTheMiddleHalf) {
-  CGImageRef faded = render(Value::array({{{"type", "fade"}, {"intensity", 0.5}}}), small_);
-  int lowest = 255, highest = 0, changedInside = 0;
-  forEachPixel(faded, [&](size_t x, size_t y) {
-    RGB in = rgb(plainSmall_, x, y), out = rgb(faded, x, y);
-    for (size_t c = 0; c < 3; ++c) {
-      lowest = std::min(lowest, out[c]);
-      highest = std::max(highest, out[c]);
-      if (in[c] > 66 && in[c] < 189 && std::abs(in[c] - out[c]) > 1) ++changedInside;
-    }
-    EXPECT_EQ(test::pixelAt(faded, x, y)[3], 255);
-  });
-  EXPECT_GE(lowest, 63);
-  EXPECT_LE(highest, 192);
-  EXPECT_EQ(changedInside, 0);
-}
-
 // Luminance sharpening adds the same amount to the three channels, so the differences between
 // channels stay; the picture gains local contrast and keeps its overall tone.
 TEST_F(ToneFiltersOnPhoto, SharpenRaisesLocalContrastAndLeavesColourAlone) {
@@ -182,8 +165,7 @@ TEST_F(ToneFiltersOnPhoto, UnsharpMaskActsAlikeAtTwoSizes) {
 // The darkening at a point depends on its place relative to the picture, not on the picture's size.
 TEST_F(ToneFiltersOnPhoto, VignetteDarkensTheOutsideAlikeAtTwoSizes) {
   const Value recipe = Value::array({{{"type", "vignette"}, {"intensity", 0.9}, {"focus", 0.3}}});
-  const std::vector<std::pair<double, double>> places = {
-      {0.5, 0.5}, {0.35, 0.4}, {0.25, 0.5}, {0.2, 0.5}, {0.02, 0.03}};
+  const std::vector<std::pair<double, double>> places = {{0.5, 0.5}, {0.25, 0.5}, {0.2, 0.5}, {0.02, 0.03}};
   std::vector<double> smallRatios;
   for (auto [image, plain] : {std::pair{small_, plainSmall_}, std::pair{large_, plainLarge_}}) {
     CGImageRef out = render(recipe, image);
@@ -194,10 +176,9 @@ TEST_F(ToneFiltersOnPhoto, VignetteDarkensTheOutsideAlikeAtTwoSizes) {
       ratios.push_back(double(dark[0] + dark[1] + dark[2] + 1) / double(in[0] + in[1] + in[2] + 1));
     }
     EXPECT_NEAR(ratios[0], 1.0, 0.02);
-    EXPECT_NEAR(ratios[1], 1.0, 0.02);
-    EXPECT_LT(ratios[2], 0.95);
-    EXPECT_LT(ratios[3], ratios[2] - 0.1);
-    EXPECT_LT(ratios[4], 0.35);
+    EXPECT_LT(ratios[1], 0.95);
+    EXPECT_LT(ratios[2], ratios[1] - 0.1);
+    EXPECT_LT(ratios[3], 0.35);
     for (size_t i = 0; i < smallRatios.size(); ++i) EXPECT_NEAR(smallRatios[i], ratios[i], 0.05) << i;
     smallRatios = ratios;
   }
