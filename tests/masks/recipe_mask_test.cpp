@@ -64,7 +64,6 @@ class RecipeMask : public ::testing::Test {
 };
 
 TEST_F(RecipeMask, EmptyDictionariesGiveNoMask) {
-  EXPECT_FALSE(BVMask::initWithDictionary(Value()));
   EXPECT_FALSE(BVMask::initWithDictionary(Value::object()));
   EXPECT_FALSE(BVMask::initWithDictionary({{"scaling", {1, 2}}}));
   EXPECT_TRUE(BVMask::initWithDictionary({{"imageName", "mask.png"}}));

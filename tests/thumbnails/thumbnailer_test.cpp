@@ -177,17 +177,13 @@ TEST(Thumbnailer, TreatsADamagedFileAsMissingAndMakesItAgain) {
   BVThumbnailer(cache).generateThumbnailWithCGImage(picture, "k", {20, 10}, 1.0, 0);
   std::vector<uint8_t> png;
   ASSERT_TRUE(imageio::encodePNG(*test::noiseBitmap(20, 10), {}, png));
-  for (std::vector<uint8_t> damaged :
-       {std::vector<uint8_t>{'n', 'o', 'p', 'e'}, std::vector<uint8_t>(png.begin(), png.begin() + 60)}) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(damaged.data()), std::streamsize(damaged.size()));
-    test::LogCapture log;
-    BVThumbnailer fresh(cache);
-    EXPECT_EQ(fresh.imageForKey("k", {20, 10}, 1.0, 0), nullptr);
-    EXPECT_EQ(sizeOf(fresh.generateThumbnailWithCGImage(picture, "k", {20, 10}, 1.0, 0)), CGSizeMake(20, 10));
-    EXPECT_TRUE(log.lines.back().starts_with("[BVThumbnailer] Found non-image")) << log.lines.back();
-    EXPECT_NE(CGImageCreateWithContentsOfFile(path), nullptr);
-  }
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(png.data()), 60);  // cut short
+  test::LogCapture log;
+  BVThumbnailer fresh(cache);
+  EXPECT_EQ(fresh.imageForKey("k", {20, 10}, 1.0, 0), nullptr);
+  EXPECT_EQ(sizeOf(fresh.generateThumbnailWithCGImage(picture, "k", {20, 10}, 1.0, 0)), CGSizeMake(20, 10));
+  EXPECT_TRUE(log.lines.back().starts_with("[BVThumbnailer] Found non-image")) << log.lines.back();
+  EXPECT_NE(CGImageCreateWithContentsOfFile(path), nullptr);
 }
 
 TEST(Thumbnailer, PlacesThePictureByScalingOptionAndShape) {
