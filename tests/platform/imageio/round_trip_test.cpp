@@ -148,7 +148,7 @@ TEST(ImageIORoundTrip, PalettesLowBitDepthsAndTransparencyExpand) {
 TEST(ImageIORoundTrip, JpegStaysCloseAtFullQuality) {
   struct Case {
     F source, decoded;
-  } cases[] = {{F::RGB8, F::RGB8}, {F::RGBA8, F::RGB8}, {F::Gray8, F::Gray8}, {F::RGB16, F::RGB8}};
+  } cases[] = {{F::RGBA8, F::RGB8}, {F::Gray8, F::Gray8}, {F::RGB16, F::RGB8}};
   for (const Case& c : cases) {
     SCOPED_TRACE(static_cast<int>(c.source));
     auto source = gradient(c.source, 64, 48, isGray(c.source) ? CGColorSpaceCreateDeviceGray() : srgb());
@@ -195,25 +195,22 @@ TEST(ImageIORoundTrip, JpegStripEncodingMatchesSerialEncoding) {
   auto source = gradient(F::RGBA8, 1200, 1001, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
   for (size_t y = 0; y < source->height(); ++y)  // some texture, so the entropy-coded data is not trivial
     for (size_t i = y % 7; i < source->width() * 4; i += 7) source->mutableRow(y)[i] ^= 0x2c;
-  for (double quality : {1.0, 0.8}) {
-    SCOPED_TRACE(quality);
-    EncodeOptions options;
-    options.quality = quality;
-    options.orientation = 6;
-    std::vector<uint8_t> serial, strips;
-    ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 1, serial));
-    ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 3, strips));
-    EXPECT_FALSE(contains(serial, "\xff\xd0"));
-    EXPECT_TRUE(contains(strips, "\xff\xd0"));
-    EXPECT_EQ(count(strips, "ICC_PROFILE"), 1u);
-    EXPECT_EQ(count(strips, "Exif"), 1u);
-    auto a = decodeData(serial.data(), serial.size());
-    auto b = decodeData(strips.data(), strips.size());
-    ASSERT_TRUE(a && b);
-    EXPECT_EQ(b->image->height(), 1001u);
-    EXPECT_EQ(b->properties, a->properties);
-    EXPECT_EQ(maxDifference(*a->image, *b->image), 0);
-  }
+  EncodeOptions options;
+  options.quality = 0.8;  // subsampled chroma, the harder case for joining strips
+  options.orientation = 6;
+  std::vector<uint8_t> serial, strips;
+  ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 1, serial));
+  ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 3, strips));
+  EXPECT_FALSE(contains(serial, "\xff\xd0"));
+  EXPECT_TRUE(contains(strips, "\xff\xd0"));
+  EXPECT_EQ(count(strips, "ICC_PROFILE"), 1u);
+  EXPECT_EQ(count(strips, "Exif"), 1u);
+  auto a = decodeData(serial.data(), serial.size());
+  auto b = decodeData(strips.data(), strips.size());
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(b->image->height(), 1001u);
+  EXPECT_EQ(b->properties, a->properties);
+  EXPECT_EQ(maxDifference(*a->image, *b->image), 0);
 }
 
 }  // namespace
