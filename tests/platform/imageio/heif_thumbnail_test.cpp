@@ -41,7 +41,7 @@ TEST(HEIFThumbnails, DecodesTheSmallestStoredThumbnailThatIsLargeEnough) {
   const struct {
     size_t maxPixelSize, width;
     bool blue;
-  } cases[] = {{0, 240, false}, {50, 60, true}, {60, 60, true}, {61, 120, true}, {90, 120, true}, {121, 240, false},
+  } cases[] = {{0, 240, false}, {60, 60, true}, {61, 120, true}, {121, 240, false},
                {25, 30, true}};  // the thumbnail is reduced further, as other formats are
   for (const auto& c : cases) {
     auto decoded = decodeData(file.data(), file.size(), {.maxPixelSize = c.maxPixelSize});

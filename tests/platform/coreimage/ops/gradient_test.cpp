@@ -79,7 +79,7 @@ TEST(RadialGradient, RampBetweenTheRadii) {
     double rho = std::hypot(x + 0.5 - 20, y + 0.5 - 10);
     return std::clamp((rho - r0) / (r1 - r0), 0.0, 1.0);
   };
-  for (auto [x, y] : {std::pair{20.0, 10.0}, {25.0, 13.0}, {5.0, 18.0}, {33.0, -2.0}, {59.0, 49.0}}) {
+  for (auto [x, y] : {std::pair{20.0, 10.0}, {25.0, 13.0}, {59.0, 49.0}}) {
     expectPixel(out.at(x, y), mixed(c0, c1, t(x, y, 4, 24)), "ramp");
   }
 
