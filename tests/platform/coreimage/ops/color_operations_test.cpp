@@ -180,17 +180,9 @@ TEST(ColorOperations, HighlightShadowCurvesActOnTheLuma) {
         },
         1e-5);
   }
-  // Neutral amounts leave every value alone, extended range included; full shadows lift a dark
-  // grey by about 0.14 and zero highlights pull a light grey down by about as much.
-  expectFormula(
-      "CIHighlightShadowAdjust", {}, [](const Pixel& p) { return p; }, 1e-7, {{2.5, 1.5, 3, 1}, {0.00005, 0, 0, 1}});
-  auto grey = [](double v) { return rowImage({{v, v, v, 1}}); };
-  auto lifted =
-      renderRow(grey(0.08)->imageByApplyingFilter("CIHighlightShadowAdjust", {{"inputShadowAmount", 1.0}}), 1);
-  EXPECT_NEAR(lifted[0][1] - 0.08, 0.14, 0.01);
-  auto lowered =
-      renderRow(grey(0.92)->imageByApplyingFilter("CIHighlightShadowAdjust", {{"inputHighlightAmount", 0.0}}), 1);
-  EXPECT_NEAR(lowered[0][1] - 0.92, -0.14, 0.01);
+  // Neutral amounts leave every value alone, extended range included.
+  expectFormula("CIHighlightShadowAdjust", {}, [](const Pixel& p) { return p; }, 1e-7,
+                {{2.5, 1.5, 3, 1}, {0.00005, 0, 0, 1}});
 }
 
 TEST(ColorOperations, HighlightShadowWithRadiusUsesTheBlurredLuma) {
@@ -241,25 +233,6 @@ TEST(ColorOperations, TemperatureAndTintAdaptsTheWhitePoint) {
   for (size_t i = 0; i < 9; ++i) xyz[i / 3] += toXYZ[i] * out[0][i % 3];
   EXPECT_NEAR(xyz[0] / (xyz[0] + xyz[1] + xyz[2]), 0.3135, 5e-4);
   EXPECT_NEAR(xyz[1] / (xyz[0] + xyz[1] + xyz[2]), 0.3236, 5e-4);
-}
-
-TEST(ColorOperations, TemperatureAndTintWorksOnLinearLightInAnEncodedSpace) {
-  const std::vector<Pixel> linear = {{0.2, 0.4, 0.6, 1}, {0.05, 0.1, 0.02, 0.5}};
-  const CIFilterParameters params = {{"inputNeutral", CIVector{7000, 12}}, {"inputTargetNeutral", CIVector{5500, -4}}};
-  auto encode = [](const std::vector<Pixel>& pixels) {
-    std::vector<Pixel> out;
-    for (const Pixel& p : pixels) {
-      Pixel s = unpremultiplied(p);
-      for (size_t c = 0; c < 3; ++c) s[c] = color::srgbEncode(s[c]);
-      out.push_back(premultiplied(s));
-    }
-    return out;
-  };
-  auto expected = encode(renderRow(rowImage(linear)->imageByApplyingFilter("CITemperatureAndTint", params), 2));
-  CIContextOptions srgb;
-  srgb.workingColorSpace = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
-  auto got = renderRow(rowImage(encode(linear))->imageByApplyingFilter("CITemperatureAndTint", params), 2, srgb);
-  expectPixels(got, expected, 5e-5, "sRGB working space");
 }
 
 TEST(ColorOperations, VignetteDarkensOrLightensOutsideTheRadius) {
@@ -415,12 +388,10 @@ TEST(ColorOperations, TetrahedralCubesKeepGreysOnTheGreyAxis) {
 TEST(ColorOperations, ColorCubeRefusesMismatchedData) {
   for (auto [dimension, data, line] :
        {std::tuple{4, identityCube(3), "[CIColorCube] Cube data of 432 bytes does not match dimension 4."},
-        {2, CIData(), "[CIColorCube] Cube data of 0 bytes does not match dimension 2."},
         {1, identityCube(2), "[CIColorCube] Cube dimension 1 is outside 2...128."}}) {
     test::LogCapture log;
-    CIFilterParameters params = {{"inputCubeDimension", dimension}};
-    if (data) params["inputCubeData"] = data;
-    EXPECT_FALSE(rowImage(kSamples)->imageByApplyingFilter("CIColorCube", params));
+    EXPECT_FALSE(rowImage(kSamples)->imageByApplyingFilter(
+        "CIColorCube", {{"inputCubeDimension", dimension}, {"inputCubeData", data}}));
     ASSERT_EQ(log.lines.size(), 1u);
     EXPECT_EQ(log.lines[0], line);
   }
