@@ -71,12 +71,8 @@ class KeyedArchive : public ::testing::Test {
     r.count = -1;
     r.enabled = true;
     r.center = {12.25, -3.0000001};
-    r.settings = {{"name", "Fade"},
-                  {"strength", 0.5},
-                  {"levels", {1, 2, std::numeric_limits<int64_t>::min()}},
-                  {"on", false},
-                  {"thumbnail", {{"$data", "AQID"}}},
-                  {"empty", Value::object()}};
+    r.settings = {{"name", "Fade"}, {"strength", 0.5}, {"levels", {1, 2, std::numeric_limits<int64_t>::min()}},
+                  {"on", false}, {"thumbnail", {{"$data", "AQID"}}}, {"empty", Value::object()}};
     r.tags = Value::array({"warm", "Ünïcödé ✓", Value::array(), 7});
     r.child = std::make_shared<TestRecord>();
     r.child->amount = 2;
@@ -138,25 +134,24 @@ TEST_F(KeyedArchive, LayoutFollowsTheArchiverForm) {
 
 // Missing keys, and fields read as another type, decode as zero, false and nil.
 TEST_F(KeyedArchive, MissingAndMismatchedFieldsDecodeAsMissing) {
-  BVKeyedUnarchiver::registerClass(
-      "BVTestRecordReadWrongly", [](BVKeyedUnarchiver& coder) -> std::shared_ptr<BVCoding> {
-        EXPECT_EQ(coder.className(), "BVTestRecordReadWrongly");
-        EXPECT_FALSE(coder.containsValueForKey("absent"));
-        EXPECT_FALSE(coder.containsValueForKey("$class"));
-        EXPECT_EQ(coder.decodeDouble("absent"), 0.0);
-        EXPECT_EQ(coder.decodeInteger("absent"), 0);
-        EXPECT_FALSE(coder.decodeBool("absent"));
-        EXPECT_TRUE(coder.decodeObject("absent").is_null());
-        EXPECT_EQ(coder.decodeObjectOfClass<TestRecord>("absent"), nullptr);
-        EXPECT_EQ(coder.decodeCGPoint("absent"), CGPoint{});
-        EXPECT_TRUE(coder.containsValueForKey("settings"));
-        EXPECT_EQ(coder.decodeDouble("settings"), 0.0);                     // a reference, not a scalar
-        EXPECT_EQ(coder.decodeObjectOfClass<TestRecord>("tags"), nullptr);  // a plain array
-        EXPECT_TRUE(coder.decodeObject("child").is_null());                 // a coded object
-        EXPECT_EQ(coder.decodeCGPoint("tags"), CGPoint{});
-        EXPECT_EQ(coder.decodeInteger("enabled"), 1);
-        return std::make_shared<TestRecord>();
-      });
+  BVKeyedUnarchiver::registerClass("BVTestRecordReadWrongly", [](BVKeyedUnarchiver& coder) -> std::shared_ptr<BVCoding> {
+    EXPECT_EQ(coder.className(), "BVTestRecordReadWrongly");
+    EXPECT_FALSE(coder.containsValueForKey("absent"));
+    EXPECT_FALSE(coder.containsValueForKey("$class"));
+    EXPECT_EQ(coder.decodeDouble("absent"), 0.0);
+    EXPECT_EQ(coder.decodeInteger("absent"), 0);
+    EXPECT_FALSE(coder.decodeBool("absent"));
+    EXPECT_TRUE(coder.decodeObject("absent").is_null());
+    EXPECT_EQ(coder.decodeObjectOfClass<TestRecord>("absent"), nullptr);
+    EXPECT_EQ(coder.decodeCGPoint("absent"), CGPoint{});
+    EXPECT_TRUE(coder.containsValueForKey("settings"));
+    EXPECT_EQ(coder.decodeDouble("settings"), 0.0);                     // a reference, not a scalar
+    EXPECT_EQ(coder.decodeObjectOfClass<TestRecord>("tags"), nullptr);  // a plain array
+    EXPECT_TRUE(coder.decodeObject("child").is_null());                 // a coded object
+    EXPECT_EQ(coder.decodeCGPoint("tags"), CGPoint{});
+    EXPECT_EQ(coder.decodeInteger("enabled"), 1);
+    return std::make_shared<TestRecord>();
+  });
   struct Renamed : TestRecord {
     std::string className() const override { return "BVTestRecordReadWrongly"; }
   };
@@ -175,20 +170,18 @@ TEST_F(KeyedArchive, UnknownClassesAndBrokenGraphsGiveNullAndOneLogLine) {
   };
   std::vector<std::pair<std::string, std::vector<uint8_t>>> cases = {
       {"unknown root class", BVKeyedArchiver::archivedData(UnregisteredRecord())},
-      {"unknown nested class", editAndWrite([&](Value& p) {
+      {"unknown nested class",
+       editAndWrite([&](Value& p) {
          // The child gets its own class entry with an unregistered name.
          Value& objects = p["$objects"];
          size_t child = objects[1]["child"]["$uid"].get<size_t>();
          objects.push_back({{"$classname", "BVNobody"}, {"$classes", {"BVNobody", "NSObject"}}});
          objects[child]["$class"] = {{"$uid", objects.size() - 1}};
        })},
-      {"cycle", editAndWrite([](Value& p) {
-         p["$objects"][1]["child"] = {{"$uid", 1}};
-       })},
-      {"reference past the end", editAndWrite([](Value& p) {
-         p["$objects"][1]["tags"] = {{"$uid", 100000}};
-       })},
-      {"plain array holding itself", editAndWrite([](Value& p) {
+      {"cycle", editAndWrite([](Value& p) { p["$objects"][1]["child"] = {{"$uid", 1}}; })},
+      {"reference past the end", editAndWrite([](Value& p) { p["$objects"][1]["tags"] = {{"$uid", 100000}}; })},
+      {"plain array holding itself",
+       editAndWrite([](Value& p) {
          size_t tags = p["$objects"][1]["tags"]["$uid"].get<size_t>();
          p["$objects"][tags]["NS.objects"][0] = {{"$uid", tags}};
        })},

@@ -1,5 +1,5 @@
-#include "platform/foundation/property_list.h"
 #include "test_support.h"
+#include "platform/foundation/property_list.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -86,15 +86,10 @@ TEST(PropertyList, ReadsHandWrittenXML) {
 </plist>
 )";
   auto v = read(bytesOf(xml));
-  EXPECT_EQ(read(bytesOf("<plist><string>&#x263A;&#65;</string></plist>")), Value("\xE2\x98\xBA"
-                                                                                  "A"));
+  EXPECT_EQ(read(bytesOf("<plist><string>&#x263A;&#65;</string></plist>")), Value("\xE2\x98\xBA" "A"));
   ASSERT_TRUE(v);
-  Value expected = {{"name", "Fade & grain"},
-                    {"amount", 0.75},
-                    {"count", -3},
-                    {"enabled", true},
-                    {"when", 100.0},
-                    {"bytes", {{"$data", "aGVsbG8="}}},
+  Value expected = {{"name", "Fade & grain"}, {"amount", 0.75}, {"count", -3}, {"enabled", true},
+                    {"when", 100.0}, {"bytes", {{"$data", "aGVsbG8="}}},
                     {"filters", {{{"type", "vignette"}}, Value::array()}}};
   EXPECT_EQ(*v, expected);
 }

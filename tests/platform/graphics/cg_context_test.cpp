@@ -56,14 +56,11 @@ BlendPair blendBothWays(CGBlendMode mode, const CGImageRef& backdrop, const CGIm
 // Premultiplied 8-bit noise with alpha from 128 up: both roads read the same values.
 CGImageRef premultipliedNoise(unsigned seed) {
   std::mt19937 rng(seed);
-  return test::makeBitmap(
-      kSide, kSide,
-      [&](size_t, size_t) {
-        const unsigned a = (rng() & 0xFF) | 0x80;
-        auto channel = [&] { return uint8_t((rng() % 256) * a / 255); };
-        return std::array<uint8_t, 4>{channel(), channel(), channel(), uint8_t(a)};
-      },
-      CGPixelFormat::RGBA8Premultiplied);
+  return test::makeBitmap(kSide, kSide, [&](size_t, size_t) {
+    const unsigned a = (rng() & 0xFF) | 0x80;
+    auto channel = [&] { return uint8_t((rng() % 256) * a / 255); };
+    return std::array<uint8_t, 4>{channel(), channel(), channel(), uint8_t(a)};
+  }, CGPixelFormat::RGBA8Premultiplied);
 }
 
 TEST(CGContext, EachBlendModeMatchesTheEngine) {
@@ -177,7 +174,8 @@ TEST(CGContext, GradientsRunFromStartToEnd) {
   std::vector<uint8_t> memory;
   CGContextRef context = rgbaContext(memory, 8, 1);
   const double components[] = {0, 0, 0, 1, 1, 1, 1, 1};
-  CGGradientRef gradient = CGGradientCreateWithColorComponents(CGColorSpaceCreateDeviceRGB(), components, nullptr, 2);
+  CGGradientRef gradient =
+      CGGradientCreateWithColorComponents(CGColorSpaceCreateDeviceRGB(), components, nullptr, 2);
   CGContextDrawLinearGradient(context, gradient, CGPointMake(0, 0), CGPointMake(8, 0),
                               kCGGradientDrawsBeforeStartLocation | kCGGradientDrawsAfterEndLocation);
   for (size_t x = 1; x < 8; ++x) EXPECT_GT(bytesAt(memory, 8, x, 0)[0], bytesAt(memory, 8, x - 1, 0)[0]) << x;
