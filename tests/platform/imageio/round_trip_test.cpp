@@ -1,6 +1,5 @@
 // Encoding then decoding keeps pixels: exactly for PNG, closely for JPEG.
 
-#include "platform/imageio/codec_internal.h"
 #include "platform/imageio/imageio_test_support.h"
 
 #include <spng.h>
@@ -172,37 +171,6 @@ TEST(ImageIORoundTrip, JpegQualityControlsSizeAndChromaResolution) {
   EXPECT_GT(middle.size(), small.size());
   EXPECT_EQ(lumaSampling(large), 0x11);   // 4:4:4
   EXPECT_EQ(lumaSampling(middle), 0x22);  // 4:2:0
-}
-
-size_t count(const std::vector<uint8_t>& bytes, std::string_view needle) {
-  size_t n = 0;
-  for (auto it = bytes.begin(); (it = std::search(it, bytes.end(), needle.begin(), needle.end())) != bytes.end(); ++it)
-    ++n;
-  return n;
-}
-
-// Large pictures are encoded in strips on several threads and joined with restart markers; the
-// joined stream must decode to exactly what a one-piece encode gives.
-TEST(ImageIORoundTrip, JpegStripEncodingMatchesSerialEncoding) {
-  auto source = gradient(F::RGBA8, 1200, 1001, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
-  for (size_t y = 0; y < source->height(); ++y)  // some texture, so the entropy-coded data is not trivial
-    for (size_t i = y % 7; i < source->width() * 4; i += 7) source->mutableRow(y)[i] ^= 0x2c;
-  EncodeOptions options;
-  options.quality = 0.8;  // subsampled chroma, the harder case for joining strips
-  options.orientation = 6;
-  std::vector<uint8_t> serial, strips;
-  ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 1, serial));
-  ASSERT_TRUE(detail::encodeJPEGWithThreads(*source, options, 3, strips));
-  EXPECT_FALSE(contains(serial, "\xff\xd0"));
-  EXPECT_TRUE(contains(strips, "\xff\xd0"));
-  EXPECT_EQ(count(strips, "ICC_PROFILE"), 1u);
-  EXPECT_EQ(count(strips, "Exif"), 1u);
-  auto a = decodeData(serial.data(), serial.size());
-  auto b = decodeData(strips.data(), strips.size());
-  ASSERT_TRUE(a && b);
-  EXPECT_EQ(b->image->height(), 1001u);
-  EXPECT_EQ(b->properties, a->properties);
-  EXPECT_EQ(maxDifference(*a->image, *b->image), 0);
 }
 
 }  // namespace

@@ -69,6 +69,13 @@ TEST(ImageIOBackgroundDecode, FinishesWhenNoWorkerOfThePoolIsFree) {
   EXPECT_EQ(maxDifference(*background->image, *inPlace->image), 0);
 }
 
+size_t occurrences(const std::vector<uint8_t>& bytes, std::string_view needle) {
+  size_t n = 0;
+  for (auto it = bytes.begin(); (it = std::search(it, bytes.end(), needle.begin(), needle.end())) != bytes.end(); ++it)
+    ++n;
+  return n;
+}
+
 TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
   auto picture = gradient(F::RGBA8, 300, 203, CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3));
   for (double quality : {1.0, 0.8}) {
@@ -98,6 +105,10 @@ TEST(ImageIOStripEncoder, StripsInAnyOrderMakeTheFileOfAWholeEncode) {
       ASSERT_TRUE(streamed.encodeStrip(k, *picture, k * streamed.stripRows()));
     ASSERT_TRUE(streamed.finish());
     EXPECT_EQ(received, strips);
+    // The strips are joined by restart markers; the profile and the orientation are written once.
+    EXPECT_TRUE(contains(strips, "\xff\xd0"));
+    EXPECT_EQ(occurrences(strips, "ICC_PROFILE"), 1u);
+    EXPECT_EQ(occurrences(strips, "Exif"), 1u);
     auto decoded = decodeData(strips.data(), strips.size());
     auto whole = encodeOrDie(*picture, false, {.quality = quality, .orientation = 6});
     auto reference = decodeData(whole.data(), whole.size());
