@@ -131,21 +131,8 @@ TEST(ImageIOBadInput, MissingFileIsReportedOnce) {
   EXPECT_NE(log.lines[0].find("No such file"), std::string::npos);
 }
 
-TEST(ImageIOScaledDecode, JpegPicksTheSmallestScaleAboveTheRequest) {
-  auto bytes = encodeOrDie(*gradient(F::RGB8, 1000, 600, CGColorSpaceCreateDeviceRGB()), false);
-  struct Case {
-    size_t request, width, height;
-  } cases[] = {{0, 1000, 600}, {999, 1000, 600}, {500, 500, 300}, {126, 250, 150}, {1, 125, 75}, {5000, 1000, 600}};
-  for (const Case& c : cases) {
-    DecodeOptions options;
-    options.maxPixelSize = c.request;
-    auto decoded = decodeData(bytes.data(), bytes.size(), options);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->image->width(), c.width) << c.request;
-    EXPECT_EQ(decoded->image->height(), c.height) << c.request;
-    EXPECT_EQ(decoded->properties["PixelWidth"], 1000);  // always the file's own size
-  }
-  // Odd sizes round up, as the decoder's scaled output does.
+// The decoder's scaled output rounds odd sizes up.
+TEST(ImageIOScaledDecode, JpegOddSizesRoundUp) {
   auto odd = encodeOrDie(*gradient(F::Gray8, 333, 101, CGColorSpaceCreateDeviceGray()), false);
   DecodeOptions eighth;
   eighth.maxPixelSize = 10;
@@ -153,6 +140,7 @@ TEST(ImageIOScaledDecode, JpegPicksTheSmallestScaleAboveTheRequest) {
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->image->width(), 42u);
   EXPECT_EQ(decoded->image->height(), 13u);
+  EXPECT_EQ(decoded->properties["PixelWidth"], 333);  // always the file's own size
 }
 
 TEST(ImageIOFiles, AtomicWriteReplacesWholeFilesAndLeavesNoDebris) {

@@ -28,8 +28,8 @@ TEST(ImageIOScaledDecode, EveryFormatReducesByTheRuleOfJpeg) {
     Encoder encode;
     F format;
   } formats[] = {
-      {"PNG", encodePNG, F::RGBA8}, {"PNG16", encodePNG, F::RGB16}, {"WebP", encodeWebP, F::RGBA8},
-      {"TIFF", encodeTIFF, F::Gray8}, {"HEIF", encodeHEIF, F::RGB8},
+      {"PNG", encodePNG, F::RGBA8},   {"PNG16", encodePNG, F::RGB16}, {"WebP", encodeWebP, F::RGBA8},
+      {"TIFF", encodeTIFF, F::Gray8}, {"HEIF", encodeHEIF, F::RGB8},  {"JPEG", encodeJPEG, F::RGB8},
   };
   const struct {
     size_t request, width, height;
