@@ -74,20 +74,14 @@ Rgb setLum(const Rgb& c, double l) {
 
 double sat(const Rgb& c) { return std::max({c[0], c[1], c[2]}) - std::min({c[0], c[1], c[2]}); }
 
-// Sorts the channel indices by value and rewrites max, mid and min in place.
+// Sets max to s, mid in proportion and min to 0; a grey colour becomes black.
 Rgb setSat(Rgb c, double s) {
-  std::array<int, 3> order{0, 1, 2};
-  std::sort(order.begin(), order.end(), [&](int i, int j) { return c[size_t(i)] < c[size_t(j)]; });
-  double& lo = c[size_t(order[0])];
-  double& mid = c[size_t(order[1])];
-  double& hi = c[size_t(order[2])];
-  if (hi > lo) {
-    mid = (mid - lo) * s / (hi - lo);
-    hi = s;
-  } else {
-    mid = hi = 0;
-  }
-  lo = 0;
+  std::array<size_t, 3> o{0, 1, 2};
+  std::sort(o.begin(), o.end(), [&](size_t i, size_t j) { return c[i] < c[j]; });
+  const double lo = c[o[0]], range = c[o[2]] - lo;
+  c[o[1]] = range > 0 ? (c[o[1]] - lo) * s / range : 0;
+  c[o[2]] = range > 0 ? s : 0;
+  c[o[0]] = 0;
   return c;
 }
 
