@@ -58,7 +58,6 @@ TEST(PropertyList, BinaryAndXMLRoundTripsKeepEveryKindOfValue) {
 }
 
 TEST(PropertyList, UnsignedNumbersBeyondTheSignedRangeBecomeReals) {
-  // Numbers beyond the signed range are written as reals.
   Value big = std::numeric_limits<uint64_t>::max();
   auto back = read(BVPropertyListWrite(big));
   ASSERT_TRUE(back);

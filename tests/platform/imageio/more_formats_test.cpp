@@ -35,22 +35,30 @@ std::vector<uint8_t> encodeWith(const Codec& codec, const CGImage& image, const 
 CGColorSpaceRef p3() { return CGColorSpaceCreateWithName(kCGColorSpaceDisplayP3); }
 
 // Every format keeps a Display P3 picture as P3 with its pixels as they were (the profile is
-// carried, not applied). TIFF and WebP carry the orientation as a tag; HEIF turns the pixels. The
+// carried, not applied), and an sRGB one with its alpha as sRGB without a profile; an opaque alpha
+// channel is left out. TIFF and WebP carry the orientation as a tag; HEIF turns the pixels. The
 // properties of the turned file are read without its pixels.
-TEST(MoreFormats, RoundTripsKeepProfileAndOrientation) {
+TEST(MoreFormats, RoundTripsKeepLayoutProfileAndOrientation) {
   TempFolder folder;
   auto source = gradient(F::RGB8, 40, 24, p3());
+  auto translucent = gradient(F::RGBA8, 32, 20, CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
+  auto opaque = test::solidBitmap(8, 8, {10, 20, 30, 255});
   for (const Codec* codec : {&kHEIF, &kWebP, &kTIFF}) {
     SCOPED_TRACE(codec->name);
-    auto plain = encodeWith(*codec, *source);
-    auto decoded = decodeData(plain.data(), plain.size());
-    ASSERT_TRUE(decoded);
-    ASSERT_EQ(decoded->image->format(), F::RGB8);
-    EXPECT_EQ(decoded->image->colorSpace()->name(), kCGColorSpaceDisplayP3);
-    EXPECT_LE(maxDifference(*source, *decoded->image), codec->tolerance);
+    for (const CGImageRef& image : {source, translucent}) {
+      auto bytes = encodeWith(*codec, *image);
+      auto decoded = decodeData(bytes.data(), bytes.size());
+      ASSERT_TRUE(decoded);
+      ASSERT_EQ(decoded->image->format(), image->format());
+      EXPECT_EQ(decoded->image->colorSpace()->name(), image->colorSpace()->name());
+      EXPECT_LE(maxDifference(*image, *decoded->image), codec->tolerance);
+    }
+    EXPECT_FALSE(contains(encodeWith(*codec, *translucent), "acsp"));  // the signature of every ICC profile
+    auto bytes = encodeWith(*codec, *opaque);
+    EXPECT_EQ(decodeData(bytes.data(), bytes.size())->image->format(), F::RGB8);
 
     auto turned = encodeWith(*codec, *source, {1.0, 6, false});
-    decoded = decodeData(turned.data(), turned.size());
+    auto decoded = decodeData(turned.data(), turned.size());
     ASSERT_TRUE(decoded);
     const bool baked = codec == &kHEIF;
     EXPECT_EQ(decoded->properties["Orientation"], baked ? 1 : 6);
@@ -67,24 +75,6 @@ TEST(MoreFormats, RoundTripsKeepProfileAndOrientation) {
       EXPECT_NEAR(sample(*decoded->image, 23, 0, 1), sample(*source, 0, 0, 1), codec->tolerance);
       EXPECT_NEAR(sample(*decoded->image, 0, 0, 1), sample(*source, 0, 23, 1), codec->tolerance);
     }
-  }
-}
-
-// Alpha survives where something shows through; an opaque alpha channel is left out.
-TEST(MoreFormats, SRGBPicturesCarryNoProfileAndAlphaSurvives) {
-  auto source = gradient(F::RGBA8, 32, 20, CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
-  auto opaque = test::solidBitmap(8, 8, {10, 20, 30, 255});
-  for (const Codec* codec : {&kHEIF, &kWebP, &kTIFF}) {
-    SCOPED_TRACE(codec->name);
-    auto bytes = encodeWith(*codec, *source);
-    EXPECT_FALSE(contains(bytes, "acsp"));  // the signature of every ICC profile
-    auto decoded = decodeData(bytes.data(), bytes.size());
-    ASSERT_TRUE(decoded);
-    ASSERT_EQ(decoded->image->format(), F::RGBA8);
-    EXPECT_EQ(decoded->image->colorSpace()->name(), kCGColorSpaceSRGB);
-    EXPECT_LE(maxDifference(*source, *decoded->image), codec->tolerance);
-    bytes = encodeWith(*codec, *opaque);
-    EXPECT_EQ(decodeData(bytes.data(), bytes.size())->image->format(), F::RGB8);
   }
 }
 
